@@ -1,0 +1,410 @@
+// App is the program: one object, made in main(), that owns the window, both panes, the open
+// dialogue and all state of the input. The interface is painted by hand on one drawing surface, and
+// every frame records which rectangle means what; input is resolved against those rectangles and
+// ends in perform().
+//
+// Interface thread only, without a lock. Workers never call in here: they change their own state,
+// and the tick (every 100 ms) or the next frame reads it through snapshots.
+//
+// All members are public, since the app_* modules, GTK's callbacks and the window tests share this
+// one object; no other module knows it. The banners name the file that implements what follows.
+// Unless told otherwise a field that ends in _until is a deadline on now_seconds() with 0 for none,
+// an index is -1 for nothing, lengths are logical units (surface pixels divided by m_ui_scale), and
+// a side is a bool that is true for the right one.
+
+#pragma once
+
+#include "actions.h"
+#include "bg_task.h"
+#include "copy_engine.h"
+#include "dir_lister.h"
+#include "pane.h"
+#include "theme.h"
+
+#include <cstdint>
+#include <gtk/gtk.h>
+#include <map>
+#include <string>
+#include <vector>
+
+class App {
+  public:
+    // --- Types --------------------------------------------------------------------------------
+
+    // What a rectangle of the last frame means. hit_name() has a row for each.
+    enum class Hit {
+        None,
+        MenuTitle,
+        MenuItem,
+        PaneRow,
+        PaneBanner,
+        PaneHeader,
+        PaneHeaderMenu,
+        PaneBackground,
+        DrivePicker,
+        DriveItem,
+        PathSegment,
+        PathBar,
+        PathEdit,
+        ResultDismiss,
+        LogVThumb,
+        LogHThumb,
+        SearchBar,
+        SearchClear,
+        BridgeCopy,
+        BridgeMove,
+        BridgePack,
+        BridgeRefresh,
+        BridgeNewFolder,
+        BridgeDelete,
+        BridgeSearch,
+        BridgeHex,
+        BridgeTerminal,
+        BridgeTrash,
+        HexThumb,
+        HexByte,
+        HexFindField,
+        OverlayResize,
+        ColumnResize,
+        PaneHScroll,
+        ScrollThumb,
+        Overlay,
+        PackFormat,
+        ProgressCancel,
+        ErrorBanner,
+        ListItem,
+        BookmarkItem,
+        RecentItem,
+        PermBit,
+    };
+
+    struct HitRect {
+        double x = 0;
+        double y = 0;
+        double w = 0;
+        double h = 0;
+        Hit what = Hit::None;
+        int param = 0;  // by kind: an index, or an Action
+        bool right = false;
+        std::string label;  // the visible text, for the self-test's log; mostly empty
+        bool in_overlay = false;
+        bool in_menu = false;
+    };
+
+    // Where the bands of the window lie. Recomputed for each frame.
+    struct Layout {
+        double width = 0;
+        double height = 0;
+        double menu_h = 30;
+        double header_y = 30;
+        double header_h = 64;
+        double progress_y = 94;
+        double progress_h = 0;
+        double pane_y = 94;
+        double status_y = 0;
+        double pane_h = 0;
+        double bridge_w = 84;
+        double left_x = 0;
+        double left_w = 0;
+        double bridge_x = 0;
+        double right_x = 0;
+        double right_w = 0;
+        double row_h = 24;
+        int visible_rows = 1;
+    };
+
+    // The dialogues, of which at most one is open.
+    enum class Overlay {
+        None,
+        About,
+        Settings,
+        Conflict,
+        NewFolder,
+        NewFile,
+        ConfirmDelete,
+        Pack,
+        Properties,
+        Errors,
+        SelectPattern,
+        GoToPath,
+        Message,
+        LanguagePicker,
+        LogView,
+        Bookmarks,
+        FontPicker,
+        BookmarkSide,
+        UnpackSide,
+        ArchiveView,
+        HexView,
+        Sandbox,
+        Licenses,
+    };
+
+    // The outcome of the last transfer or task, as the result line shows it.
+    struct LastResult {
+        bool valid = false;
+        std::string title;
+        int64_t files = 0;
+        int64_t bytes = 0;
+        double seconds = 0;
+        size_t failures = 0;
+        bool cancelled = false;
+        std::string detail;
+        bool disk_full = false;
+    };
+
+    // One choice of a dialogue.
+    struct ButtonSpec {
+        const char* label = "";  // a catalogue key
+        Action action = Action::None;
+        bool primary = false;
+        bool danger = false;
+    };
+
+    // --- Life cycle, window, tick, saved state (app.cpp) --------------------------------------
+
+    int run(int argc, char** argv);     // the whole life; 0
+    void begin(int argc, char** argv);  // everything before the main loop
+    void finish();                      // everything behind it; may end the process
+
+    void parse_arguments(int argc, char** argv);
+    void log_start() const;
+    void load_state();
+    void save_state();
+    void save_state_if_changed();
+    void apply_theme();
+    void refresh_both();
+
+    void build_window();
+    void place_window();
+    void move_to_fitting_monitor(int x, int y, int width, int height);
+    void center_on_current_monitor(int w, int h);
+    void watch_signals();
+    void on_delete();   // the window's close button
+    void on_destroy();  // the window is gone
+    void end_workers();
+
+    void tick();
+    void poll_transfer_end(bool copying);
+    void poll_task_end(bool tasking);
+    void poll_conflict(bool pending);
+    void poll_progress_hold();
+
+    [[nodiscard]] static double now_seconds();  // the steady clock
+    void request_redraw() const;                // queues a frame; never paints
+    // A transfer or a task is under way: the panes are not to be touched.
+    [[nodiscard]] static bool busy();
+    static void cancel_work();
+
+    Pane& pane_for(bool right) { return right ? m_right : m_left; }
+    [[nodiscard]] const Pane& pane_for(bool right) const { return right ? m_right : m_left; }
+    Pane& active_pane() { return pane_for(m_active_right); }
+    [[nodiscard]] const Pane& active_pane() const { return pane_for(m_active_right); }
+    Pane& other_pane() { return pane_for(!m_active_right); }
+
+    void flash_status(const std::string& text);  // 3 s in the status bar
+    void flash_panes();
+
+    // --- The frame, painting primitives, hit rectangles (app_render.cpp) ----------------------
+
+    // Paints one frame of a surface of so many pixels.
+    void draw_frame(cairo_t* cr, double pixel_w, double pixel_h);
+    void draw_all();
+    [[nodiscard]] Layout compute_layout(double w, double h) const;
+    // The whole rows that fit into a side's row area as it is painted, at least 1. Everything that
+    // scrolls, pages or keeps the cursor in view goes by this.
+    [[nodiscard]] int rows_in_view(bool right) const;
+
+    void set_color(const std::string& color, double alpha);
+    void fill_rect(double x, double y, double w, double h, const std::string& color, double alpha);
+    void rounded_rect(double x, double y, double w, double h, double r);  // the path alone
+    void fill_rounded(double x, double y, double w, double h, double r, const std::string& color,
+                      double alpha);
+    void stroke_rounded(double x, double y, double w, double h, double r, const std::string& color,
+                        double alpha, double line_width);
+    double text_width(const std::string& text, double size, bool bold, bool mono);
+    // y is the vertical centre of the line.
+    void draw_text(const std::string& text, double x, double y, double size,
+                   const std::string& color, bool bold, bool mono, double alpha);
+    void draw_text_right(const std::string& text, double right_x, double y, double size,
+                         const std::string& color, bool bold, bool mono);
+    // Cuts in the middle, so that a name's ending stays readable. The width painted.
+    double draw_text_clipped(const std::string& text, double x, double y, double max_w, double size,
+                             const std::string& color, bool bold, bool mono);
+    // Several lines, wrapped; y is the top. The height they take. Measures alone without a colour.
+    double wrapped_text(const std::string& text, double x, double y, double max_w, double size,
+                        const std::string* color);
+    void add_hit(double x, double y, double w, double h, Hit what, int param = 0,
+                 bool right = false, const std::string& label = {});
+    // The topmost rectangle, or null. Valid until the next frame.
+    [[nodiscard]] const HitRect* hit_test(double x, double y) const;
+    // The rectangle under the pointer, or null. Painters get the one of the frame before, since
+    // this frame's are only being made.
+    [[nodiscard]] const HitRect* hovered() const;
+    [[nodiscard]] static const char* hit_name(Hit hit);
+
+    void draw_header(double y, double w);
+    void draw_bridge(double x, double y, double w, double h);
+    void draw_status_bar(double y, double w);
+
+    // --- Panes (app_panes.cpp) ----------------------------------------------------------------
+
+    void draw_pane(Pane& pane, bool right, double x, double y, double w, double h);
+    void draw_pane_bands(const Pane& pane, bool right, double x, double y, double w);
+    void draw_pane_rows(const Pane& pane, bool right, double x, double y, double w, double h);
+    void draw_row(const Pane& pane, bool right, int index, double x, double y, double w);
+    void draw_rename_box(const Pane& pane, double x, double y, double w);
+
+    // --- Progress band (app_progress.cpp) -----------------------------------------------------
+
+    void draw_progress(double y, double w);
+    void draw_result_line(double y, double w, double h);
+
+    // --- Dialogues (app_dialogs.cpp) ----------------------------------------------------------
+
+    void draw_overlay();
+    void draw_overlay_message(double x, double y, double w, double h);
+    void draw_overlay_conflict(double x, double y, double w);
+    void draw_overlay_errors(double x, double y, double w, double h);
+    // Each choice with the key that takes it. The vector is the order in which they pick their
+    // letters for m_overlay_accels; places, if given, says where each is shown.
+    void draw_choices(double x, double y, double w, const std::vector<ButtonSpec>& choices,
+                      int columns, const int* places = nullptr);
+    void open_overlay(Overlay overlay, const std::string& title);
+    void close_overlay();
+
+    // --- Actions (app_actions.cpp) ------------------------------------------------------------
+
+    void perform(Action action, int param);
+    void dispatch(Action action);
+    // reason may be null; it is for the log.
+    bool action_enabled(Action action, std::string* reason) const;
+    void show_message(const std::string& title, const std::string& text, bool is_error = false,
+                      Action action = Action::None, const char* action_label = nullptr);
+    void show_error(const std::string& text);
+    void show_busy();
+    void show_nothing();
+    void show_unavailable(Action action);
+    void activate_row(int index, bool right);
+    void start_transfer(bool to_right, bool move);
+    void commit_rename();
+
+    void begin_rename();
+    void clone_selection();
+    void make_links();
+    void copy_paths();
+    void refresh();
+    void swap_panes();
+    void go_to_trash();
+    void toggle_hidden();
+    void toggle_column(Action action);
+    void change_settings(Action action);
+    void reset_settings();
+    void answer_conflict(copy_engine::ConflictAction answer);
+    void move_cursor_to_single_selection();
+
+    // --- Keyboard (app_keys.cpp) --------------------------------------------------------------
+
+    void handle_key(GdkEventKey* event);
+    bool handle_overlay_key(GdkEventKey* event);
+    bool handle_rename_key(GdkEventKey* event);
+    void handle_shortcut(GdkEventKey* event);
+
+    // --- Pointer (app_pointer.cpp) ------------------------------------------------------------
+
+    void handle_click(double x, double y, int button, guint state, guint32 clicks);
+    void click_row(const HitRect& hit, int button, guint state, guint32 clicks);
+    void handle_release();
+    void handle_motion(double x, double y);
+    void handle_leave();
+    void handle_scroll(double x, GdkScrollDirection direction, double delta_y);
+
+    // --- Self-test (app_selftest.cpp) ---------------------------------------------------------
+
+    void run_self_test();
+    bool self_test_step(const std::string& name);  // false: no such action
+    void selftest_settle();
+    void log_dialog_options();
+    [[nodiscard]] static const char* overlay_name(Overlay overlay);
+
+    // --- Fields: command line, constant after parse_arguments() (app.cpp) ---------------------
+
+    std::string m_arg_left;      // absolute, or empty
+    std::string m_arg_right;     // absolute, or empty
+    std::string m_arg_active;    // "left" or "right"; other values change nothing
+    std::string m_arg_geometry;  // "%dx%d+%d+%d"
+    std::string m_arg_actions;   // the self-test's script
+
+    // --- Fields: window (app.cpp). Null before build_window() and once the window is gone. -----
+
+    GtkWidget* m_window = nullptr;
+    GtkWidget* m_canvas = nullptr;  // the drawing area, owned by the window
+    guint m_tick_id = 0;
+    bool m_quitting = false;  // a signal or the close button has asked for the end
+
+    // --- Fields: panes (app.cpp) --------------------------------------------------------------
+
+    Pane m_left;
+    Pane m_right;
+    bool m_active_right = false;
+    std::string m_saved_left;  // the state as it was last saved, to notice a change
+    std::string m_saved_right;
+    dir_lister::SortOrder m_saved_left_sort;
+    dir_lister::SortOrder m_saved_right_sort;
+
+    // --- Fields: what the previous tick saw (app.cpp). Set as well where work is started. -------
+
+    bool m_transfer_was_running = false;
+    bool m_bgtask_was_running = false;
+    unsigned m_idle_frame = 0;  // counts ticks, for the idle redraw
+
+    // --- Fields: progress, result, flashes (app.cpp, painted elsewhere) -----------------------
+
+    double m_progress_hold_until = 0;
+    LastResult m_result;
+    std::string m_flash_text;
+    double m_flash_until = 0;
+    double m_reload_flash_until = 0;
+
+    // --- Fields: look (app_render.cpp) --------------------------------------------------------
+
+    Palette m_palette = Palette::light();
+    double m_ui_scale = 1.0;  // 0.7 to 2.0, from the settings at the head of each frame
+
+    // --- Fields: one frame (app_render.cpp). Produced by draw_frame(), read until the next. ----
+
+    cairo_t* m_cr = nullptr;      // null outside a frame
+    std::vector<HitRect> m_hits;  // in painting order: later is on top
+    HitRect m_frame_hover;  // a copy of what was hovered as the frame began; kind None: nothing
+    Layout m_layout;
+    copy_engine::Progress m_frame_copy;
+    BgTask::Status m_frame_bg;
+    bool m_drawing_overlay = false;
+    bool m_drawing_menu = false;
+
+    // --- Fields: dialogue (app_dialogs.cpp, app_actions.cpp). Live while one is open. ------------
+
+    Overlay m_overlay = Overlay::None;
+    Overlay m_logged_overlay = Overlay::None;  // the one last written to the log
+    std::string m_overlay_title;
+    std::string m_overlay_text;
+    bool m_overlay_is_error = false;
+    Action m_message_action = Action::None;        // a message's second button
+    const char* m_message_action_label = nullptr;  // its catalogue key
+    std::map<char, Action> m_overlay_accels;       // upper-case letter; rebuilt as it is painted
+    bool m_conflict_apply_all = false;
+
+    // --- Fields: keyboard (app_keys.cpp) ------------------------------------------------------
+
+    int m_search_pane = -1;  // 0 or 1: whose filter bar is open
+
+    // --- Fields: pointer (app_pointer.cpp) ----------------------------------------------------
+
+    int m_hover = -1;  // an index into m_hits, set by motion and leave; hovered() checks its bounds
+    double m_mouse_x = 0;
+    double m_mouse_y = 0;
+    bool m_press_pending = false;       // a press on a row, until the release
+    bool m_press_defer_select = false;  // the release reduces the selection to that row
+    int m_press_row = -1;
+    bool m_press_right = false;
+};

@@ -1,0 +1,552 @@
+// What every command does: the guard, the dispatch, and the commands that fit into a few lines.
+
+#include "app.h"
+
+#include "file_ops.h"
+#include "fs_ops.h"
+#include "i18n.h"
+#include "logger.h"
+#include "paths.h"
+#include "settings.h"
+#include "strutil.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+#include <utility>
+
+namespace {
+
+using copy_engine::ConflictAction;
+
+// The order in which the settings step through the default conflict action. RenameExisting is left
+// out on purpose: touching what is already there is no default.
+constexpr ConflictAction kCycle[] = {
+    ConflictAction::Ask,       ConflictAction::Overwrite,        ConflictAction::Skip,
+    ConflictAction::RenameNew, ConflictAction::OverwriteIfNewer,
+};
+
+ConflictAction next_conflict(ConflictAction present) {
+    const auto* const found = std::find(std::begin(kCycle), std::end(kCycle), present);
+    if (found == std::end(kCycle))
+        return ConflictAction::Overwrite;
+    return found + 1 == std::end(kCycle) ? kCycle[0] : found[1];
+}
+
+std::string next_theme(const std::string& present) {
+    if (present == "auto")
+        return "light";
+    return present == "light" ? "dark" : "auto";
+}
+
+void set_clipboards(const std::string& text) {
+    // The clipboard takes UTF-8 alone; a path may hold other bytes.
+    const std::string valid = su::sanitize_utf8(text);
+    for (const GdkAtom which : {GDK_SELECTION_CLIPBOARD, GDK_SELECTION_PRIMARY})
+        gtk_clipboard_set_text(gtk_clipboard_get(which), valid.c_str(),
+                               static_cast<gint>(valid.size()));
+}
+
+bool deny(std::string* reason, const char* why) {
+    if (reason)
+        *reason = why;
+    return false;
+}
+
+bool show_hidden() {
+    return SettingsStore::instance().get().show_hidden;
+}
+
+}  // namespace
+
+// --- The frame around every command -----------------------------------------------------------
+
+void App::perform(Action action, int) {
+    if (action == Action::None) {
+        request_redraw();
+        return;
+    }
+    Log::infof("action: %s [%s]", action_name(action), active_pane().path().c_str());
+    std::string reason;
+    if (!action_enabled(action, &reason)) {
+        Log::warnf("action refused: %s — %s", action_name(action), reason.c_str());
+        show_nothing();
+        return;
+    }
+    dispatch(action);
+    request_redraw();
+}
+
+// The reasons are for the log and no texts of the interface.
+bool App::action_enabled(Action action, std::string* reason) const {
+    const Pane& pane = active_pane();
+    const size_t count = pane.action_entries().size();
+    switch (action) {
+    case Action::Rename:
+        return count == 1 || deny(reason, "Umbenennen braucht genau einen Eintrag");
+    case Action::Clone:
+    case Action::Pack:
+    case Action::PackToOther:
+    case Action::Properties:
+    case Action::MakeLink:
+    case Action::OpenWith:
+    case Action::CopyPath:
+    case Action::CopyToOther:
+    case Action::MoveToOther:
+        return count > 0 || deny(reason, "nichts ausgewaehlt");
+    case Action::Unpack:
+    case Action::ViewArchive:
+        // No archive reader stands yet, so no name has one.
+        return count != 1 ? deny(reason, "dafuer wird genau ein Eintrag gebraucht")
+                          : deny(reason, "die Auswahl ist kein Archiv");
+    case Action::ViewHex: {
+        if (count != 1)
+            return deny(reason, "dafuer wird genau ein Eintrag gebraucht");
+        const FsEntry& entry = *pane.action_entries().front();
+        const bool folder = entry.is_dir_like() || entry.kind == FsEntry::Kind::Parent;
+        return !folder || deny(reason, "ein Ordner hat keine Bytes");
+    }
+    case Action::Delete:
+    case Action::DeleteToTrash:
+    case Action::DeletePermanent:
+        return !pane.selected_paths().empty() || deny(reason, "nichts ausgewaehlt");
+    default:
+        return true;  // the rule for all others
+    }
+}
+
+// One line for each action; what takes more is a function below. No default, so that a new action
+// does not compile before it has its line.
+void App::dispatch(Action action) {
+    switch (action) {
+    case Action::None:
+    case Action::COUNT_:
+        return;
+    case Action::Rename:
+        return begin_rename();
+    case Action::Clone:
+        return clone_selection();
+    case Action::MakeLink:
+        return make_links();
+    case Action::OpenWith:
+        move_cursor_to_single_selection();
+        return activate_row(active_pane().cursor(), m_active_right);
+    case Action::Quit:
+        if (m_window)
+            gtk_window_close(GTK_WINDOW(m_window));
+        return;
+    case Action::SelectAll:
+        return active_pane().select_all();
+    case Action::SelectNone:
+        return active_pane().clear_selection();
+    case Action::InvertSelection:
+        return active_pane().invert_selection();
+    case Action::CopyPath:
+        return copy_paths();
+    case Action::ToggleHidden:
+    case Action::SettingsToggleHidden:
+        return toggle_hidden();
+    case Action::ToggleColSize:
+    case Action::ToggleColType:
+    case Action::ToggleColModified:
+    case Action::ToggleColCreated:
+    case Action::ToggleColPermissions:
+    case Action::ToggleColOwner:
+    case Action::ToggleColGroup:
+        return toggle_column(action);
+    case Action::Refresh:
+        return refresh();
+    case Action::SwapPanes:
+        return swap_panes();
+    case Action::MirrorPane:
+        return other_pane().navigate_to(active_pane().path(), show_hidden());
+    case Action::GoUp:
+        return active_pane().go_up(show_hidden());
+    case Action::GoBack:
+        return active_pane().go_back(show_hidden());
+    case Action::GoForward:
+        return active_pane().go_forward(show_hidden());
+    case Action::GoHome:
+        return active_pane().navigate_to(real_home(), show_hidden());
+    case Action::GoToTrash:
+        return go_to_trash();
+    case Action::CopyToOther:
+        return start_transfer(!m_active_right, false);
+    case Action::MoveToOther:
+        return start_transfer(!m_active_right, true);
+    case Action::OverlayOk:
+    case Action::OverlayCancel:
+    case Action::DismissErrors:
+        return close_overlay();
+    case Action::ConflictOverwrite:
+        return answer_conflict(ConflictAction::Overwrite);
+    case Action::ConflictSkip:
+        return answer_conflict(ConflictAction::Skip);
+    case Action::ConflictRenameNew:
+        return answer_conflict(ConflictAction::RenameNew);
+    case Action::ConflictRenameExisting:
+        return answer_conflict(ConflictAction::RenameExisting);
+    case Action::ConflictOverwriteIfNewer:
+        return answer_conflict(ConflictAction::OverwriteIfNewer);
+    case Action::ConflictCancel:
+        return answer_conflict(ConflictAction::Cancel);
+    case Action::ConflictToggleAll:
+        m_conflict_apply_all = !m_conflict_apply_all;
+        return;
+    case Action::SettingsThreadsMinus:
+    case Action::SettingsThreadsPlus:
+    case Action::SettingsTheme:
+    case Action::SettingsConflict:
+    case Action::SettingsToggleTrash:
+    case Action::SettingsToggleConfirm:
+    case Action::SettingsScaleMinus:
+    case Action::SettingsScalePlus:
+        return change_settings(action);
+    case Action::SettingsReset:
+        return reset_settings();
+    case Action::LogToggleDebug:
+        Log::instance().set_debug(!Log::instance().debug());
+        Log::infof("debug logging %s", Log::instance().debug() ? "ON" : "off");
+        return;
+    case Action::LogClear:
+        Log::instance().clear();
+        Log::infof("log cleared by the user");
+        return;
+    case Action::LogOpenFile: {
+        const std::string error = file_ops::open_with_default_app(Log::instance().file_path());
+        return error.empty() ? void() : show_error(error);
+    }
+    // These carry an index and act where the click on a list is resolved.
+    case Action::BookmarkGoto:
+    case Action::RecentGoto:
+    case Action::LanguagePick:
+    case Action::FontPick:
+    case Action::OwnerApply:
+        return;
+    // What stands behind these is not built yet.
+    case Action::NewFolder:
+    case Action::NewFile:
+    case Action::Pack:
+    case Action::Unpack:
+    case Action::Delete:
+    case Action::Properties:
+    case Action::PackToOther:
+    case Action::ViewArchive:
+    case Action::ViewHex:
+    case Action::OpenTerminal:
+    case Action::SelectPattern:
+    case Action::SearchPane:
+    case Action::GoToPath:
+    case Action::BookmarkAdd:
+    case Action::BookmarkRemove:
+    case Action::BookmarkManage:
+    case Action::BookmarkOpenLeft:
+    case Action::BookmarkOpenRight:
+    case Action::UnpackLeft:
+    case Action::UnpackRight:
+    case Action::PackTargetLeft:
+    case Action::PackTargetRight:
+    case Action::About:
+    case Action::SettingsWindow:
+    case Action::LogWindow:
+    case Action::Licenses:
+    case Action::SandboxInfo:
+    case Action::SandboxCopyCommand:
+    case Action::SandboxDontShow:
+    case Action::SettingsLanguagePrev:
+    case Action::SettingsLanguageNext:
+    case Action::SettingsArchiveFormat:
+    case Action::DeleteToTrash:
+    case Action::DeletePermanent:
+    case Action::RetryAsAdmin:
+    case Action::RestartAsRoot:
+    case Action::AboutWebsite:
+    case Action::AboutContact:
+    case Action::AboutBugMail:
+    case Action::AboutDownloads:
+    case Action::SettingsLanguageOpen:
+    case Action::SettingsFontOpen:
+    case Action::PermsToggleBit:
+    case Action::PermsApply:
+    case Action::HexFindNext:
+    case Action::HexFindMode:
+    case Action::HexSave:
+    case Action::HexSaveConfirm:
+    case Action::HexSaveCancel:
+    case Action::HexDiscardChanges:
+    case Action::HexCloseAnyway:
+        return show_unavailable(action);
+    }
+}
+
+// --- Messages ---------------------------------------------------------------------------------
+
+void App::show_message(const std::string& title, const std::string& text, bool is_error,
+                       Action action, const char* action_label) {
+    open_overlay(Overlay::Message, title);
+    m_overlay_text = text;
+    m_overlay_is_error = is_error;
+    m_message_action = action;
+    m_message_action_label = action_label;
+}
+
+void App::show_error(const std::string& text) {
+    show_message(tr("dlg.error"), text, true);
+}
+
+void App::show_busy() {
+    show_message(tr("dlg.busy_title"), tr("dlg.busy_text"));
+}
+
+void App::show_nothing() {
+    show_message(tr("dlg.nothing_title"), tr("dlg.nothing_text"));
+}
+
+void App::show_unavailable(Action action) {
+    Log::warnf("action not available in this build: %s", action_name(action));
+    show_message(tr("Not available"),
+                 I18n::trf("%s is not part of this build yet.", action_name(action)));
+}
+
+// --- Rows, transfer, rename -------------------------------------------------------------------
+
+void App::activate_row(int index, bool right) {
+    Pane& pane = pane_for(right);
+    if (index < 0 || static_cast<size_t>(index) >= pane.entries().size())
+        return;
+    const FsEntry& entry = pane.entries()[static_cast<size_t>(index)];
+    // Navigating replaces the entries, so the path is taken first.
+    const std::string path = su::join_path(pane.path(), entry.name);
+    switch (entry.kind) {
+    case FsEntry::Kind::Parent:
+        pane.go_up(show_hidden());
+        break;
+    case FsEntry::Kind::Dir:
+    case FsEntry::Kind::SymlinkDir:
+        pane.navigate_to(path, show_hidden());
+        break;
+    case FsEntry::Kind::BrokenSymlink:
+        show_error(tr("err.broken_link"));
+        break;
+    case FsEntry::Kind::File:
+    case FsEntry::Kind::Symlink:
+    case FsEntry::Kind::Special: {
+        const std::string error = file_ops::open_with_default_app(path);
+        if (!error.empty())
+            show_error(error);
+        break;
+    }
+    }
+    request_redraw();
+}
+
+void App::start_transfer(bool to_right, bool move) {
+    copy_engine::Engine& engine = copy_engine::instance();
+    if (engine.is_running())
+        return show_busy();
+    const Pane& source = pane_for(!to_right);
+    const Pane& target = pane_for(to_right);
+    std::vector<std::string> paths = source.action_paths();
+    if (paths.empty())
+        return show_nothing();
+    if (source.path() == target.path())
+        return show_message(tr("dlg.same_dir_title"), tr("dlg.same_dir_text"));
+    const Settings& settings = SettingsStore::instance().get();
+    const auto operation = move ? copy_engine::Operation::Move : copy_engine::Operation::Copy;
+    if (!engine.start(std::move(paths), target.path(), operation, settings.thread_count,
+                      settings.default_conflict))
+        return show_busy();
+    m_transfer_was_running = true;
+    request_redraw();
+}
+
+void App::move_cursor_to_single_selection() {
+    Pane& pane = active_pane();
+    if (!pane.has_selection() || pane.action_entries().size() != 1)
+        return;
+    for (int i = 0; i < static_cast<int>(pane.entries().size()); ++i)
+        if (pane.is_selected(i))
+            return pane.set_cursor(i, false);
+}
+
+// The commands work on the one selected entry, while the rename edits the cursor's row.
+void App::begin_rename() {
+    move_cursor_to_single_selection();
+    active_pane().begin_rename();
+    active_pane().ensure_cursor_visible(rows_in_view(m_active_right));
+}
+
+// The entry is found by its name, since a reload may have moved the rows since the rename began.
+void App::commit_rename() {
+    Pane& pane = active_pane();
+    if (!pane.renaming())
+        return;
+    const int target = pane.rename_target();
+    const std::string new_name = pane.rename_buffer();
+    pane.cancel_rename();
+    request_redraw();
+    if (target < 0)
+        return;
+    const std::string old_name = pane.entries()[static_cast<size_t>(target)].name;
+    if (new_name.empty() || new_name == old_name)
+        return;
+    const std::string error =
+        file_ops::rename_entry(su::join_path(pane.path(), old_name), new_name);
+    if (!error.empty())
+        return show_error(error);
+    pane.remember_cursor_name(new_name);
+    pane.reload(show_hidden());
+}
+
+// --- Single commands --------------------------------------------------------------------------
+
+void App::clone_selection() {
+    const std::vector<std::string> paths = active_pane().action_paths();
+    if (paths.empty())
+        return show_nothing();
+    if (!file_ops::start_clone(paths, SettingsStore::instance().get().thread_count))
+        return show_busy();
+    m_transfer_was_running = true;
+}
+
+void App::make_links() {
+    const Pane& source = active_pane();
+    const Pane& target = other_pane();
+    if (source.path() == target.path())
+        return show_error(tr("err.link_same_dir"));
+    std::string first_error;
+    int64_t made = 0;
+    size_t failed = 0;
+    for (const FsEntry* entry : source.action_entries()) {
+        const std::string link = su::join_path(target.path(), entry->name);
+        const std::string goal = su::join_path(source.path(), entry->name);
+        std::string error;
+        if (fsops::exists(link)) {
+            error = tr("err.name_exists") + (": " + entry->name);
+        } else if (const std::string failure = fsops::make_symlink(goal, link); !failure.empty()) {
+            Log::errorf("symlink %s -> %s failed: %s", link.c_str(), goal.c_str(), failure.c_str());
+            error = entry->name + ": " + failure;
+        } else {
+            Log::infof("symlink %s -> %s", link.c_str(), goal.c_str());
+            ++made;
+            continue;
+        }
+        ++failed;
+        if (first_error.empty())
+            first_error = error;
+    }
+    refresh_both();
+    if (made > 0) {
+        m_result = {};
+        m_result.valid = true;
+        m_result.title = tr("action.make_link");
+        m_result.files = made;
+        m_result.detail = su::basename_of(target.path());
+        m_result.failures = failed;
+    }
+    if (!first_error.empty())
+        show_error(first_error);
+}
+
+void App::copy_paths() {
+    std::string text;
+    for (const std::string& path : active_pane().action_paths())
+        text += (text.empty() ? "" : "\n") + path;
+    set_clipboards(text);
+}
+
+void App::refresh() {
+    refresh_both();
+    flash_panes();
+    const dir_lister::Listing& listing = active_pane().listing();
+    flash_status(std::string(tr("status.reloaded")) + "  ·  " +
+                 I18n::trf("status.folder_summary", listing.dir_count, listing.file_count));
+}
+
+// The panes change places whole, and the active one stays active on its new side.
+void App::swap_panes() {
+    std::swap(m_left, m_right);
+    m_active_right = !m_active_right;
+}
+
+void App::go_to_trash() {
+    const std::string dir = trash_dir();
+    if (dir.empty())
+        return show_error(tr("err.no_trash_here"));
+    if (!fsops::stat_path(dir).is_dir) {
+        if (g_mkdir_with_parents(dir.c_str(), 0700) != 0) {
+            const int code = errno;
+            Log::warnf("trash: cannot create %s: %s", dir.c_str(), std::strerror(code));
+            return show_error(tr("err.no_trash_here"));
+        }
+        Log::infof("trash: created %s", dir.c_str());
+    }
+    active_pane().navigate_to(dir, show_hidden());
+}
+
+void App::answer_conflict(ConflictAction answer) {
+    copy_engine::instance().resolve_conflict(answer, m_conflict_apply_all);
+    close_overlay();
+}
+
+// --- Settings ---------------------------------------------------------------------------------
+
+void App::toggle_hidden() {
+    SettingsStore& store = SettingsStore::instance();
+    store.mutable_get().show_hidden = !store.get().show_hidden;
+    store.save();
+    refresh_both();
+}
+
+void App::toggle_column(Action action) {
+    SettingsStore& store = SettingsStore::instance();
+    const auto column = column_for_action(static_cast<int>(action));
+    if (!column)
+        return;
+    set_column_enabled(store.mutable_get(), *column, !column_enabled(store.get(), *column));
+    store.save();
+}
+
+void App::change_settings(Action action) {
+    Settings& s = SettingsStore::instance().mutable_get();
+    const bool scale = action == Action::SettingsScaleMinus || action == Action::SettingsScalePlus;
+    if (action == Action::SettingsThreadsMinus)
+        s.thread_count = std::max(0, s.thread_count - 1);
+    else if (action == Action::SettingsThreadsPlus)
+        s.thread_count = std::min(16, s.thread_count + 1);
+    else if (action == Action::SettingsTheme)
+        s.theme = next_theme(s.theme);
+    else if (action == Action::SettingsConflict)
+        s.default_conflict = next_conflict(s.default_conflict);
+    else if (action == Action::SettingsToggleTrash)
+        s.delete_to_trash = !s.delete_to_trash;
+    else if (action == Action::SettingsToggleConfirm)
+        s.confirm_delete = !s.confirm_delete;
+    else if (scale)
+        s.font_scale =
+            std::clamp(s.font_scale + (action == Action::SettingsScalePlus ? 10 : -10), 70, 200);
+    SettingsStore::instance().save();
+    if (action == Action::SettingsTheme)
+        apply_theme();
+    if (scale)
+        Log::infof("UI scale %d %%", s.font_scale);
+}
+
+void App::reset_settings() {
+    SettingsStore& store = SettingsStore::instance();
+    const Settings old = store.get();
+    Settings& s = store.mutable_get();
+    s = Settings{};
+    s.left_path = old.left_path;
+    s.right_path = old.right_path;
+    s.left_sort = old.left_sort;
+    s.right_sort = old.right_sort;
+    I18n::instance().set_language(s.language);
+    I18n::instance().set_ui_font(s.font_family);
+    apply_theme();
+    store.save();
+    refresh_both();
+    flash_status(tr("settings.reset_done"));
+    Log::infof("settings reset to defaults");
+}

@@ -1,0 +1,428 @@
+// The frame: layout, painting primitives, hit rectangles, and the plain bands around the panes.
+//
+// All lengths are logical units with the origin at the window's upper left corner; the one scaling
+// by m_ui_scale happens in draw_frame(). GTK's own device scale is already in the Cairo context.
+
+#include "app.h"
+
+#include "format.h"
+#include "i18n.h"
+#include "settings.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+namespace {
+
+// One layout for all texts of a frame, since making one per text costs more than painting it. It is
+// dropped at the end of the frame: GTK reuses a context's address, so the address says nothing
+// about whether a layout of an earlier frame still fits.
+struct SharedLayout {
+    PangoLayout* layout = nullptr;
+    cairo_t* made_for = nullptr;
+};
+
+SharedLayout g_shared;
+
+void drop_shared_layout() {
+    if (g_shared.layout)
+        g_object_unref(g_shared.layout);
+    g_shared = {};
+}
+
+std::string font_family(bool mono) {
+    if (mono)
+        return "monospace";
+    const std::string& chosen = SettingsStore::instance().get().font_family;
+    return chosen.empty() ? I18n::instance().ui_font_family() : chosen;
+}
+
+void set_font(PangoLayout* layout, double size, bool bold, bool mono) {
+    PangoFontDescription* font = pango_font_description_new();
+    pango_font_description_set_family(font, font_family(mono).c_str());
+    pango_font_description_set_absolute_size(font, size * PANGO_SCALE);
+    if (bold)
+        pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
+    pango_layout_set_font_description(layout, font);
+    pango_font_description_free(font);
+}
+
+// A path may hold bytes that are no UTF-8, which Pango would complain about on standard error.
+void set_text(PangoLayout* layout, const std::string& text) {
+    if (g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) {
+        pango_layout_set_text(layout, text.c_str(), -1);
+        return;
+    }
+    char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+    pango_layout_set_text(layout, valid, -1);
+    g_free(valid);
+}
+
+PangoLayout* layout_for(cairo_t* cr, const std::string& text, double size, bool bold, bool mono) {
+    if (g_shared.made_for != cr) {
+        drop_shared_layout();
+        g_shared.layout = pango_cairo_create_layout(cr);
+        g_shared.made_for = cr;
+        // A file name may hold a line end; it must not spill into the row below.
+        pango_layout_set_single_paragraph_mode(g_shared.layout, TRUE);
+    }
+    set_font(g_shared.layout, size, bold, mono);
+    set_text(g_shared.layout, text);
+    return g_shared.layout;
+}
+
+struct HitName {
+    App::Hit hit;
+    const char* name;
+};
+
+constexpr HitName kHitNames[] = {
+    {App::Hit::None, "None"},
+    {App::Hit::MenuTitle, "MenuTitle"},
+    {App::Hit::MenuItem, "MenuItem"},
+    {App::Hit::PaneRow, "PaneRow"},
+    {App::Hit::PaneBanner, "PaneBanner"},
+    {App::Hit::PaneHeader, "PaneHeader"},
+    {App::Hit::PaneHeaderMenu, "PaneHeaderMenu"},
+    {App::Hit::PaneBackground, "PaneBackground"},
+    {App::Hit::DrivePicker, "DrivePicker"},
+    {App::Hit::DriveItem, "DriveItem"},
+    {App::Hit::PathSegment, "PathSegment"},
+    {App::Hit::PathBar, "PathBar"},
+    {App::Hit::PathEdit, "PathEdit"},
+    {App::Hit::ResultDismiss, "ResultDismiss"},
+    {App::Hit::LogVThumb, "LogVThumb"},
+    {App::Hit::LogHThumb, "LogHThumb"},
+    {App::Hit::SearchBar, "SearchBar"},
+    {App::Hit::SearchClear, "SearchClear"},
+    {App::Hit::BridgeCopy, "BridgeCopy"},
+    {App::Hit::BridgeMove, "BridgeMove"},
+    {App::Hit::BridgePack, "BridgePack"},
+    {App::Hit::BridgeRefresh, "BridgeRefresh"},
+    {App::Hit::BridgeNewFolder, "BridgeNewFolder"},
+    {App::Hit::BridgeDelete, "BridgeDelete"},
+    {App::Hit::BridgeSearch, "BridgeSearch"},
+    {App::Hit::BridgeHex, "BridgeHex"},
+    {App::Hit::BridgeTerminal, "BridgeTerminal"},
+    {App::Hit::BridgeTrash, "BridgeTrash"},
+    {App::Hit::HexThumb, "HexThumb"},
+    {App::Hit::HexByte, "HexByte"},
+    {App::Hit::HexFindField, "HexFindField"},
+    {App::Hit::OverlayResize, "OverlayResize"},
+    {App::Hit::ColumnResize, "ColumnResize"},
+    {App::Hit::PaneHScroll, "PaneHScroll"},
+    {App::Hit::ScrollThumb, "ScrollThumb"},
+    {App::Hit::Overlay, "Overlay"},
+    {App::Hit::PackFormat, "PackFormat"},
+    {App::Hit::ProgressCancel, "ProgressCancel"},
+    {App::Hit::ErrorBanner, "ErrorBanner"},
+    {App::Hit::ListItem, "ListItem"},
+    {App::Hit::BookmarkItem, "BookmarkItem"},
+    {App::Hit::RecentItem, "RecentItem"},
+    {App::Hit::PermBit, "PermBit"},
+};
+
+static_assert(std::size(kHitNames) == static_cast<size_t>(App::Hit::PermBit) + 1);
+
+// The bands of a pane above and below its rows, from the top: banner, drive bar, path bar, column
+// header; at the bottom the horizontal scrollbar. The filter bar comes on top of these.
+constexpr double kPaneBands = 28 + 34 + 26 + 26 + 18;
+constexpr double kFilterBar = 28;
+
+}  // namespace
+
+// --- The frame --------------------------------------------------------------------------------
+
+void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
+    m_ui_scale = std::clamp(SettingsStore::instance().get().font_scale / 100.0, 0.7, 2.0);
+    cairo_save(cr);
+    cairo_scale(cr, m_ui_scale, m_ui_scale);
+    m_frame_copy = copy_engine::instance().snapshot();
+    m_frame_bg = BgTask::instance().snapshot();
+    const HitRect* hover = hovered();
+    m_frame_hover = hover ? *hover : HitRect{};
+    m_cr = cr;
+    m_hits.clear();
+    m_layout = compute_layout(pixel_w / m_ui_scale, pixel_h / m_ui_scale);
+    draw_all();
+    drop_shared_layout();
+    cairo_restore(cr);
+    m_cr = nullptr;
+    log_dialog_options();
+}
+
+void App::draw_all() {
+    const Layout& l = m_layout;
+    fill_rect(0, 0, l.width, l.height, m_palette.window, 1);
+    draw_header(l.header_y, l.width);
+    draw_pane(m_left, false, l.left_x, l.pane_y, l.left_w, l.pane_h);
+    draw_pane(m_right, true, l.right_x, l.pane_y, l.right_w, l.pane_h);
+    draw_bridge(l.bridge_x, l.pane_y, l.bridge_w, l.pane_h);
+    draw_status_bar(l.status_y, l.width);
+    if (l.progress_h > 0)
+        draw_progress(l.progress_y, l.width);
+    if (m_overlay != Overlay::None)
+        draw_overlay();
+}
+
+App::Layout App::compute_layout(double w, double h) const {
+    Layout l;
+    l.width = w;
+    l.height = h;
+    if (busy()) {
+        l.progress_h = 76;
+    } else {
+        const double left = m_progress_hold_until > 0 ? m_progress_hold_until - now_seconds() : 0;
+        if (left > 0.5)
+            l.progress_h = 76;
+        else if (left > 0)
+            l.progress_h = 34 + 2 * left * 42;
+        else
+            l.progress_h = m_result.valid ? 34 : 0;
+    }
+    l.pane_y = l.progress_y + l.progress_h;
+    l.status_y = h - 24;
+    l.pane_h = l.status_y - l.pane_y;
+    l.left_w = std::floor((w - l.bridge_w) / 2);
+    l.bridge_x = l.left_w;
+    l.right_x = l.left_w + l.bridge_w;
+    l.right_w = w - l.right_x;
+    l.visible_rows = std::max(1, static_cast<int>((l.pane_h - 34 - 26 - 26 - 13) / l.row_h));
+    return l;
+}
+
+int App::rows_in_view(bool right) const {
+    const bool filter_bar = m_search_pane == (right ? 1 : 0) || !pane_for(right).filter().empty();
+    const double rows_h = m_layout.pane_h - kPaneBands - (filter_bar ? kFilterBar : 0);
+    return std::max(1, static_cast<int>(rows_h / m_layout.row_h));
+}
+
+// --- Painting primitives ----------------------------------------------------------------------
+
+void App::set_color(const std::string& color, double alpha) {
+    // Magenta belongs to no palette, so a wrong entry shows at once.
+    Rgb rgb{1, 0, 1};
+    (void)hex_to_rgb(color, rgb);
+    cairo_set_source_rgba(m_cr, rgb.r, rgb.g, rgb.b, alpha);
+}
+
+void App::fill_rect(double x, double y, double w, double h, const std::string& color,
+                    double alpha) {
+    set_color(color, alpha);
+    cairo_rectangle(m_cr, x, y, w, h);
+    cairo_fill(m_cr);
+}
+
+void App::rounded_rect(double x, double y, double w, double h, double r) {
+    const double radius = std::min(r, std::min(w, h) / 2);
+    constexpr double kQuarter = G_PI / 2;
+    cairo_new_sub_path(m_cr);
+    cairo_arc(m_cr, x + w - radius, y + radius, radius, -kQuarter, 0);
+    cairo_arc(m_cr, x + w - radius, y + h - radius, radius, 0, kQuarter);
+    cairo_arc(m_cr, x + radius, y + h - radius, radius, kQuarter, 2 * kQuarter);
+    cairo_arc(m_cr, x + radius, y + radius, radius, 2 * kQuarter, 3 * kQuarter);
+    cairo_close_path(m_cr);
+}
+
+void App::fill_rounded(double x, double y, double w, double h, double r, const std::string& color,
+                       double alpha) {
+    set_color(color, alpha);
+    rounded_rect(x, y, w, h, r);
+    cairo_fill(m_cr);
+}
+
+void App::stroke_rounded(double x, double y, double w, double h, double r, const std::string& color,
+                         double alpha, double line_width) {
+    set_color(color, alpha);
+    // Half a unit inside, so that a line of width 1 covers whole pixels.
+    rounded_rect(x + 0.5, y + 0.5, w - 1, h - 1, r);
+    cairo_set_line_width(m_cr, line_width);
+    cairo_stroke(m_cr);
+}
+
+double App::text_width(const std::string& text, double size, bool bold, bool mono) {
+    if (text.empty())
+        return 0;
+    int width = 0;
+    pango_layout_get_pixel_size(layout_for(m_cr, text, size, bold, mono), &width, nullptr);
+    return width;
+}
+
+void App::draw_text(const std::string& text, double x, double y, double size,
+                    const std::string& color, bool bold, bool mono, double alpha) {
+    if (text.empty())
+        return;
+    PangoLayout* layout = layout_for(m_cr, text, size, bold, mono);
+    int height = 0;
+    pango_layout_get_pixel_size(layout, nullptr, &height);
+    set_color(color, alpha);
+    cairo_move_to(m_cr, x, y - height / 2.0);
+    pango_cairo_show_layout(m_cr, layout);
+}
+
+void App::draw_text_right(const std::string& text, double right_x, double y, double size,
+                          const std::string& color, bool bold, bool mono) {
+    draw_text(text, right_x - text_width(text, size, bold, mono), y, size, color, bold, mono, 1);
+}
+
+double App::draw_text_clipped(const std::string& text, double x, double y, double max_w,
+                              double size, const std::string& color, bool bold, bool mono) {
+    if (text.empty() || max_w <= 0)
+        return 0;
+    const double width = text_width(text, size, bold, mono);
+    if (width <= max_w) {
+        draw_text(text, x, y, size, color, bold, mono, 1);
+        return width;
+    }
+    PangoLayout* layout = layout_for(m_cr, text, size, bold, mono);
+    pango_layout_set_width(layout, static_cast<int>(max_w * PANGO_SCALE));
+    pango_layout_set_ellipsize(layout, PANGO_ELLIPSIZE_MIDDLE);
+    int height = 0;
+    pango_layout_get_pixel_size(layout, nullptr, &height);
+    set_color(color, 1);
+    cairo_move_to(m_cr, x, y - height / 2.0);
+    pango_cairo_show_layout(m_cr, layout);
+    pango_layout_set_width(layout, -1);
+    pango_layout_set_ellipsize(layout, PANGO_ELLIPSIZE_NONE);
+    return max_w;
+}
+
+double App::wrapped_text(const std::string& text, double x, double y, double max_w, double size,
+                         const std::string* color) {
+    if (text.empty() || max_w <= 0)
+        return 0;
+    // A layout of its own: wrapping and paragraphs would have to be undone on the shared one.
+    PangoLayout* layout = pango_cairo_create_layout(m_cr);
+    set_font(layout, size, false, false);
+    set_text(layout, text);
+    pango_layout_set_width(layout, static_cast<int>(max_w * PANGO_SCALE));
+    pango_layout_set_wrap(layout, PANGO_WRAP_WORD_CHAR);
+    // A path broken inside a word must not seem to hold a hyphen.
+    PangoAttrList* attributes = pango_attr_list_new();
+    pango_attr_list_insert(attributes, pango_attr_insert_hyphens_new(FALSE));
+    pango_layout_set_attributes(layout, attributes);
+    pango_attr_list_unref(attributes);
+    int height = 0;
+    pango_layout_get_pixel_size(layout, nullptr, &height);
+    if (color) {
+        set_color(*color, 1);
+        cairo_move_to(m_cr, x, y);
+        pango_cairo_show_layout(m_cr, layout);
+    }
+    g_object_unref(layout);
+    return height;
+}
+
+// --- Hit rectangles ---------------------------------------------------------------------------
+
+void App::add_hit(double x, double y, double w, double h, Hit what, int param, bool right,
+                  const std::string& label) {
+    m_hits.push_back({x, y, w, h, what, param, right, label, m_drawing_overlay, m_drawing_menu});
+}
+
+const App::HitRect* App::hit_test(double x, double y) const {
+    for (auto hit = m_hits.rbegin(); hit != m_hits.rend(); ++hit)
+        if (x >= hit->x && x < hit->x + hit->w && y >= hit->y && y < hit->y + hit->h)
+            return &*hit;
+    return nullptr;
+}
+
+const App::HitRect* App::hovered() const {
+    if (m_cr)
+        return m_frame_hover.what == Hit::None ? nullptr : &m_frame_hover;
+    if (m_hover < 0 || static_cast<size_t>(m_hover) >= m_hits.size())
+        return nullptr;
+    return &m_hits[static_cast<size_t>(m_hover)];
+}
+
+const char* App::hit_name(Hit hit) {
+    for (const HitName& row : kHitNames)
+        if (row.hit == hit)
+            return row.name;
+    return "?";
+}
+
+// --- The bands around the panes ---------------------------------------------------------------
+
+// Menu strip and header as one calm band with the program's name.
+void App::draw_header(double y, double w) {
+    const double bottom = y + m_layout.header_h;
+    fill_rect(0, 0, w, bottom, m_palette.bar, 1);
+    fill_rect(0, bottom - 1, w, 1, m_palette.divider, 1);
+    const double centre = bottom / 2;
+    draw_text("Ferrodeck", 20, centre, 15, m_palette.text, true, false, 1);
+    draw_text_right("v" FERRODECK_VERSION, w - 10, centre, 11, m_palette.secondary, false, false);
+}
+
+// Three commands with their keys, 64 wide and 10 in from the bridge's edges.
+void App::draw_bridge(double x, double y, double w, double h) {
+    struct Button {
+        const char* label;
+        const char* key;
+        Hit hit;
+    };
+    static constexpr Button kButtons[] = {
+        {"bridge.copy", "F5", Hit::BridgeCopy},
+        {"bridge.move", "F6", Hit::BridgeMove},
+        {"bridge.refresh", "Ctrl+R", Hit::BridgeRefresh},
+    };
+    constexpr double kHeight = 40;
+    constexpr double kGap = 10;
+    fill_rect(x, y, w, h, m_palette.window, 1);
+    const bool working = busy();
+    double by = y + std::max(44.0, (h - 3 * kHeight - 2 * kGap) / 2);
+    for (const Button& button : kButtons) {
+        if (by + kHeight > y + h)
+            break;  // a window this low has the keys
+        const double bx = x + 10;
+        const double bw = w - 20;
+        const HitRect* hover = hovered();
+        const bool hot = !working && hover && hover->what == button.hit;
+        const double alpha = working ? 0.4 : 1;
+        fill_rounded(bx, by, bw, kHeight, 4, hot ? m_palette.control_hover : m_palette.control,
+                     alpha);
+        stroke_rounded(bx, by, bw, kHeight, 4, m_palette.control_edge, alpha, 1);
+        const std::string label = tr(button.label);
+        draw_text(label, bx + (bw - text_width(label, 11, false, false)) / 2, by + 13, 11,
+                  m_palette.control_text, false, false, alpha);
+        draw_text(button.key, bx + (bw - text_width(button.key, 11, false, false)) / 2, by + 28, 11,
+                  m_palette.secondary, false, false, alpha);
+        if (!working)
+            add_hit(bx, by, bw, kHeight, button.hit, 0, !m_active_right, label);
+        by += kHeight + kGap;
+    }
+}
+
+void App::draw_status_bar(double y, double w) {
+    fill_rect(0, y, w, 24, m_palette.bar, 1);
+    fill_rect(0, y, w, 1, m_palette.divider, 1);
+    const double centre = y + 12;
+    const Pane& pane = active_pane();
+    const dir_lister::Listing& listing = pane.listing();
+    const std::string summary =
+        I18n::trf("status.folder_summary", listing.dir_count, listing.file_count) + "  ·  " +
+        fmt::bytes(listing.total_bytes);
+    draw_text(summary, 10, centre, 11, m_palette.secondary, false, false, 1);
+
+    const std::string side = tr(m_active_right ? "status.right_active" : "status.left_active");
+    draw_text_right(side, w - 10, centre, 11, m_palette.source_tint, false, false);
+
+    const double flash_left = m_flash_until > 0 ? m_flash_until - now_seconds() : 0;
+    if (flash_left <= 0)
+        m_flash_until = 0;
+    std::string note;
+    if (m_flash_until > 0)
+        note = m_flash_text;
+    else if (pane.has_selection())
+        note = I18n::trf("status.selected", pane.selected_count()) + "  ·  " +
+               fmt::bytes(pane.selected_bytes());
+    if (note.empty())
+        return;
+    // The last half second of a flash fades out.
+    const double alpha = m_flash_until > 0 ? std::min(1.0, 2 * flash_left) : 1;
+    const double pill_w = text_width(note, 11, false, false) + 16;
+    const double px = (w - pill_w) / 2;
+    fill_rounded(px, y + 3, pill_w, 18, 4, m_palette.ok_bg, m_flash_until > 0 ? 0.9 * alpha : 0.5);
+    draw_text(note, px + 8, centre, 11, m_palette.ok, false, false, alpha);
+}

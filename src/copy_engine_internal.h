@@ -1,0 +1,75 @@
+// Shared by the modules of the transfer engine, and by nobody else.
+
+#pragma once
+
+#include "copy_engine.h"
+
+#include <sys/stat.h>
+
+namespace copy_engine {
+
+inline constexpr const char* kIntoItself = "cannot copy a folder into itself";
+
+// Steady clock, seconds.
+[[nodiscard]] double steady_seconds();
+
+// The last component of a path that does not end in a slash; points into the path.
+[[nodiscard]] inline const char* name_in(const std::string& path) {
+    return path.c_str() + path.rfind('/') + 1;
+}
+
+[[nodiscard]] inline fsops::FileId id_of(const struct stat& st) {
+    return {st.st_dev, st.st_ino};
+}
+
+// Opens a folder for openat() and its kin alone. -1 and errno on failure. A wake signal asks
+// `going` with 0 whether to try again; EINTR is the answer if not.
+[[nodiscard]] int open_folder(int dir_fd, const char* name, bool follow_link,
+                              const fsops::CopyProgress& going);
+
+// Descriptors of the folder that was used last, on both sides. A folder is believed only while it
+// is the one that the scanner saw, whatever stands on the way to it by now.
+class Engine::OpenFolder {
+  public:
+    OpenFolder() = default;
+    ~OpenFolder() { close_both(); }
+    OpenFolder(const OpenFolder&) = delete;
+    OpenFolder& operator=(const OpenFolder&) = delete;
+
+    // Makes `folder` the open one. The error text (with its code in last_error_code()), or empty.
+    // going: as for open_folder().
+    [[nodiscard]] std::string enter(const Folder& folder, const fsops::CopyProgress& going);
+    [[nodiscard]] int source_fd() const { return m_source_fd; }
+    [[nodiscard]] int target_fd() const { return m_target_fd; }
+
+  private:
+    [[nodiscard]] static std::string open_checked(const std::string& path, fsops::FileId id,
+                                                  const fsops::CopyProgress& going, int& fd);
+    void close_both();
+
+    const Folder* m_folder = nullptr;
+    int m_source_fd = -1;
+    int m_target_fd = -1;
+};
+
+// What a worker keeps between files.
+struct Engine::Worker {
+    int slot = 0;
+    FileTask task;
+    OpenFolder folder;
+    bool claimed = false;    // the task's own target was taken for it with the task
+    bool keep_both = false;  // the task's answer: taken names are passed over without a question
+
+    // The source as it was when the copy began, for the look before it is removed.
+    fsops::FileId source_id;
+    int64_t source_size = 0;
+    struct timespec source_mtime = {};
+    bool torn = false;        // the source ended early or had bytes past its end
+    fsops::FileId target_id;  // what the last attempt left at the target; zeros for nothing
+
+    fsops::CopyProgress on_progress;
+    std::function<void()> before_create;
+    std::function<void(fsops::FileId)> after_create;
+};
+
+}  // namespace copy_engine

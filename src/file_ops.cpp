@@ -1,0 +1,62 @@
+#include "file_ops.h"
+
+#include "copy_engine.h"
+#include "fs_ops.h"
+#include "i18n.h"
+#include "logger.h"
+#include "strutil.h"
+
+#include <cerrno>
+#include <gio/gio.h>
+
+namespace file_ops {
+
+std::string validate_name(const std::string& dir, const std::string& name,
+                          const std::string& current) {
+    if (name.empty())
+        return tr("err.name_empty");
+    if (name.find('/') != std::string::npos)
+        return tr("err.name_slash");
+    if (name == "." || name == "..")
+        return tr("err.name_reserved");
+    if (!fsops::is_valid_name(name))
+        return tr("err.name_too_long");
+    if (name != current && fsops::exists(su::join_path(dir, name)))
+        return tr("err.name_exists");
+    return {};
+}
+
+std::string rename_entry(const std::string& path, const std::string& new_name) {
+    const std::string dir = su::parent_of(path);
+    const std::string old_name = su::basename_of(path);
+    std::string refusal = validate_name(dir, new_name, old_name);
+    if (!refusal.empty() || new_name == old_name)
+        return refusal;
+    std::string error = fsops::rename_no_replace(path, su::join_path(dir, new_name));
+    // Somebody took the name between the look and the rename.
+    if (!error.empty() && fsops::last_error_code() == EEXIST)
+        return tr("err.name_exists");
+    return error;
+}
+
+bool start_clone(const std::vector<std::string>& paths, int threads) {
+    if (paths.empty())
+        return false;
+    return copy_engine::instance().start(paths, su::parent_of(paths.front()),
+                                         copy_engine::Operation::Copy, threads,
+                                         copy_engine::ConflictAction::RenameNew);
+}
+
+std::string open_with_default_app(const std::string& path) {
+    GError* error = nullptr;
+    char* uri = g_filename_to_uri(path.c_str(), nullptr, &error);
+    const bool opened = uri && g_app_info_launch_default_for_uri(uri, nullptr, &error);
+    g_free(uri);
+    if (opened)
+        return {};
+    Log::warnf("open %s: %s", path.c_str(), error ? error->message : "unknown error");
+    g_clear_error(&error);
+    return tr("err.open_failed");
+}
+
+}  // namespace file_ops

@@ -1,0 +1,419 @@
+// The keyboard: the shortcut table, the busy gate, and the keys of dialogues and of a rename.
+
+#include "app_fixture.h"
+
+#include "faultfs.h"
+#include "settings.h"
+
+#include <gdk/gdkkeysyms.h>
+
+namespace {
+
+using test_env::exists;
+using test_env::make_dirs;
+using test_env::read_file;
+using test_env::write_file;
+
+class AppKeys : public AppTest {
+  protected:
+    void make_files(int count) {
+        for (int i = 0; i < count; ++i)
+            write_file(left() + "/file" + std::to_string(i), "x");
+    }
+    void open_conflict() {
+        write_file(left() + "/taken", "new");
+        write_file(right() + "/taken", "old");
+        app().refresh_both();
+        pane().clear_selection();
+        put_cursor_on("taken");
+        key(GDK_KEY_F5);
+        ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
+        frame();
+    }
+};
+
+TEST_F(AppKeys, tab_changes_the_side_with_any_modifier) {
+    start();
+    key(GDK_KEY_Tab);
+    EXPECT_TRUE(app().m_active_right);
+    key(GDK_KEY_ISO_Left_Tab, GDK_SHIFT_MASK);
+    EXPECT_FALSE(app().m_active_right);
+    key(GDK_KEY_Tab, GDK_CONTROL_MASK);
+    EXPECT_TRUE(app().m_active_right);
+}
+
+TEST_F(AppKeys, the_cursor_moves_and_takes_the_mark_along) {
+    make_files(5);
+    start();
+    key(GDK_KEY_Down);
+    EXPECT_EQ(cursor_name(), "file0");
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"file0"}));
+    key(GDK_KEY_Down);
+    key(GDK_KEY_Up);
+    EXPECT_EQ(cursor_name(), "file0");
+    key(GDK_KEY_End);
+    EXPECT_EQ(cursor_name(), "file4");
+    key(GDK_KEY_Home);
+    EXPECT_EQ(cursor_name(), "..");
+    EXPECT_TRUE(selected_names().empty());
+    // The table looks at a modifier only where it names one.
+    key(GDK_KEY_Down, GDK_CONTROL_MASK);
+    EXPECT_EQ(cursor_name(), "file0");
+}
+
+TEST_F(AppKeys, shift_extends_the_marks) {
+    make_files(5);
+    start();
+    key(GDK_KEY_Down);
+    key(GDK_KEY_Down, GDK_SHIFT_MASK);
+    key(GDK_KEY_Down, GDK_SHIFT_MASK);
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"file0", "file1", "file2"}));
+    key(GDK_KEY_Up, GDK_SHIFT_MASK);
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"file0", "file1"}));
+    key(GDK_KEY_End, GDK_SHIFT_MASK);
+    EXPECT_EQ(selected_names().size(), 5U);
+}
+
+TEST_F(AppKeys, a_page_is_the_rows_in_view_and_the_cursor_stays_visible) {
+    make_files(100);
+    start();
+    const int page = app().rows_in_view(false);
+    ASSERT_EQ(page, 19);
+    key(GDK_KEY_Page_Down);
+    EXPECT_EQ(pane().cursor(), page);
+    EXPECT_EQ(pane().scroll(), 1);
+    key(GDK_KEY_Page_Down);
+    EXPECT_EQ(pane().cursor(), 2 * page);
+    key(GDK_KEY_Page_Up);
+    EXPECT_EQ(pane().cursor(), page);
+    key(GDK_KEY_End);
+    EXPECT_EQ(pane().cursor(), 100);
+    EXPECT_EQ(pane().scroll(), 101 - page);
+    key(GDK_KEY_Home);
+    EXPECT_EQ(pane().scroll(), 0);
+}
+
+TEST_F(AppKeys, return_opens_and_backspace_goes_up) {
+    make_dirs(left() + "/sub");
+    start();
+    key(GDK_KEY_Down);
+    key(GDK_KEY_Return);
+    EXPECT_EQ(pane().path(), left() + "/sub");
+    key(GDK_KEY_BackSpace);
+    EXPECT_EQ(pane().path(), left());
+    EXPECT_EQ(cursor_name(), "sub");
+    key(GDK_KEY_KP_Enter);
+    EXPECT_EQ(pane().path(), left() + "/sub");
+    key(GDK_KEY_Return);  // the parent row
+    EXPECT_EQ(pane().path(), left());
+    key(GDK_KEY_Right);
+    EXPECT_EQ(pane().path(), left() + "/sub");
+    key(GDK_KEY_Left);
+    EXPECT_EQ(pane().path(), left());
+    key(GDK_KEY_Left, GDK_MOD1_MASK);
+    EXPECT_EQ(pane().path(), left() + "/sub");
+    key(GDK_KEY_Right, GDK_MOD1_MASK);
+    EXPECT_EQ(pane().path(), left());
+    key(GDK_KEY_Home, GDK_CONTROL_MASK);
+    EXPECT_EQ(pane().path(), test_env::root() + "/home");
+}
+
+TEST_F(AppKeys, space_marks_and_leaves_the_cursor) {
+    make_files(3);
+    start();
+    pane().set_cursor(2, false);
+    key(GDK_KEY_space);
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"file1"}));
+    EXPECT_EQ(pane().cursor(), 2);
+    key(GDK_KEY_space);
+    EXPECT_TRUE(selected_names().empty());
+    EXPECT_EQ(pane().cursor(), 2);
+    pane().set_cursor(0, false);
+    key(GDK_KEY_space);
+    EXPECT_TRUE(selected_names().empty());
+}
+
+TEST_F(AppKeys, escape_clears_the_marks_of_the_active_side) {
+    make_files(3);
+    start();
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    EXPECT_EQ(selected_names().size(), 3U);
+    key(GDK_KEY_Escape);
+    EXPECT_TRUE(selected_names().empty());
+}
+
+TEST_F(AppKeys, control_letters_are_taken_in_lower_case_alone) {
+    make_files(2);
+    start();
+    key(GDK_KEY_A, GDK_CONTROL_MASK | GDK_SHIFT_MASK);
+    EXPECT_TRUE(selected_names().empty());
+    key(GDK_KEY_a);
+    EXPECT_TRUE(selected_names().empty());
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    EXPECT_EQ(selected_names().size(), 2U);
+    key(GDK_KEY_asterisk, GDK_SHIFT_MASK);
+    EXPECT_TRUE(selected_names().empty());
+}
+
+TEST_F(AppKeys, the_control_commands) {
+    write_file(left() + "/.hidden", "x");
+    start();
+    key(GDK_KEY_h, GDK_CONTROL_MASK);
+    EXPECT_EQ(names(), (std::vector<std::string>{".."}));
+    write_file(left() + "/new", "x");
+    key(GDK_KEY_r, GDK_CONTROL_MASK);
+    EXPECT_EQ(names(), (std::vector<std::string>{"..", "new"}));
+    key(GDK_KEY_u, GDK_CONTROL_MASK);
+    EXPECT_EQ(pane(true).path(), left());
+    key(GDK_KEY_q, GDK_CONTROL_MASK);
+    EXPECT_TRUE(pump_until([this] { return app().m_window == nullptr; }));
+}
+
+TEST_F(AppKeys, f5_copies_and_f6_moves) {
+    write_file(left() + "/a", "1");
+    write_file(left() + "/b", "2");
+    start();
+    put_cursor_on("a");
+    key(GDK_KEY_F5);
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(read_file(right() + "/a"), "1");
+    EXPECT_TRUE(exists(left() + "/a"));
+    put_cursor_on("b");
+    key(GDK_KEY_F6);
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(read_file(right() + "/b"), "2");
+    EXPECT_FALSE(exists(left() + "/b"));
+}
+
+TEST_F(AppKeys, a_key_without_meaning_does_and_says_nothing) {
+    start();
+    const size_t lines = log_lines().size();
+    for (const guint keyval : std::initializer_list<guint>{
+             GDK_KEY_F9, GDK_KEY_Insert, GDK_KEY_Shift_L, GDK_KEY_Super_L, GDK_KEY_VoidSymbol, 0})
+        key(keyval);
+    EXPECT_EQ(log_lines().size(), lines);
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
+}
+
+// --- The busy gate ----------------------------------------------------------------------------
+
+TEST_F(AppKeys, while_a_task_runs_only_escape_acts_and_it_cancels) {
+    make_files(3);
+    start();
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+        while (reporter.keep_going())
+            g_usleep(1000);
+    }));
+    app().m_bgtask_was_running = true;
+    const size_t lines = log_lines().size();
+    for (const guint keyval : std::initializer_list<guint>{
+             GDK_KEY_F5, GDK_KEY_F6, GDK_KEY_Tab, GDK_KEY_Down, GDK_KEY_BackSpace, GDK_KEY_space})
+        key(keyval);
+    key(GDK_KEY_q, GDK_CONTROL_MASK);
+    EXPECT_FALSE(app().m_active_right);
+    EXPECT_EQ(pane().cursor(), 0);
+    EXPECT_EQ(pane().path(), left());
+    EXPECT_EQ(selected_names().size(), 3U);
+    EXPECT_EQ(log_lines().size(), lines);
+    EXPECT_TRUE(BgTask::instance().is_running());
+    key(GDK_KEY_Escape);
+    EXPECT_TRUE(BgTask::instance().snapshot().cancelled);
+    // The marks are still there: Escape was for the task.
+    EXPECT_EQ(selected_names().size(), 3U);
+    ASSERT_TRUE(settle());
+}
+
+TEST_F(AppKeys, escape_cancels_a_transfer_and_keeps_the_marks) {
+    // Before the first thread: the mount lives in a namespace of this process.
+    faultfs::FaultFs fs;
+    if (!fs.ok())
+        GTEST_SKIP() << fs.reason();
+    write_file(fs.backing() + "/a", std::string(100000, 'x'));
+    fs.set(faultfs::stall("read", 1, -1, "a"));
+    start({"--left=" + fs.path()});
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    key(GDK_KEY_F5);
+    ASSERT_TRUE(fs.wait_stalled(1));
+    key(GDK_KEY_F5);
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
+    key(GDK_KEY_Escape);
+    EXPECT_TRUE(logged("cancel requested, woke 1 worker(s)"));
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"a"}));
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(app().m_result.cancelled);
+    EXPECT_FALSE(exists(right() + "/a"));
+}
+
+// The tick alone opens the dialogue. Until then Escape is what it always is during work.
+TEST_F(AppKeys, escape_on_a_question_not_yet_shown_cancels) {
+    start();
+    open_conflict();
+    app().m_overlay = App::Overlay::None;
+    key(GDK_KEY_Escape);
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
+    EXPECT_TRUE(copy_engine::instance().snapshot().cancelled);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(app().m_result.cancelled);
+    EXPECT_EQ(read_file(right() + "/taken"), "old");
+}
+
+// --- Dialogues --------------------------------------------------------------------------------
+
+TEST_F(AppKeys, escape_in_a_conflict_skips_one_file_and_return_does_nothing) {
+    start();
+    open_conflict();
+    key(GDK_KEY_Return);
+    key(GDK_KEY_KP_Enter);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Conflict);
+    EXPECT_TRUE(copy_engine::instance().snapshot().conflict.pending);
+    key(GDK_KEY_Escape);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(logged("action: ConflictSkip [" + left() + "]"));
+    EXPECT_EQ(read_file(right() + "/taken"), "old");
+    EXPECT_FALSE(app().m_result.cancelled);
+}
+
+TEST_F(AppKeys, alt_and_a_letter_answer_a_conflict) {
+    struct Case {
+        guint keyval;
+        const char* action;
+        const char* target;
+    };
+    start();
+    for (const Case& c : {Case{GDK_KEY_o, "Alt+O → ConflictOverwrite", "new"},
+                          Case{GDK_KEY_k, "Alt+K → ConflictSkip", "old"},
+                          Case{GDK_KEY_S, "Alt+S → ConflictCancel", "old"},
+                          Case{GDK_KEY_e, "Alt+E → ConflictRenameNew", "old"},
+                          Case{GDK_KEY_r, "Alt+R → ConflictRenameExisting", "new"},
+                          Case{GDK_KEY_n, "Alt+N → ConflictOverwriteIfNewer", nullptr}}) {
+        open_conflict();
+        key(c.keyval, GDK_MOD1_MASK);
+        ASSERT_TRUE(settle());
+        EXPECT_TRUE(logged(std::string("dialog accel: ") + c.action)) << c.action;
+        if (c.target) {
+            EXPECT_EQ(read_file(right() + "/taken"), c.target) << c.action;
+        }
+        app().close_overlay();
+    }
+}
+
+TEST_F(AppKeys, alt_d_ticks_the_box_and_the_dialogue_stays) {
+    start();
+    open_conflict();
+    key(GDK_KEY_d, GDK_MOD1_MASK);
+    EXPECT_TRUE(app().m_conflict_apply_all);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Conflict);
+    shot("conflict-all");
+    key(GDK_KEY_d, GDK_MOD1_MASK);
+    EXPECT_FALSE(app().m_conflict_apply_all);
+    key(GDK_KEY_Escape);
+    ASSERT_TRUE(settle());
+}
+
+TEST_F(AppKeys, a_letter_without_alt_or_without_a_choice_is_swallowed) {
+    start();
+    open_conflict();
+    key(GDK_KEY_o);
+    key(GDK_KEY_o, GDK_CONTROL_MASK);
+    key(GDK_KEY_z, GDK_MOD1_MASK);
+    key(GDK_KEY_F6);
+    key(GDK_KEY_Tab);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Conflict);
+    EXPECT_FALSE(app().m_active_right);
+    EXPECT_TRUE(copy_engine::instance().snapshot().conflict.pending);
+    key(GDK_KEY_Escape);
+    ASSERT_TRUE(settle());
+}
+
+TEST_F(AppKeys, a_message_closes_on_escape_return_and_its_letter) {
+    start();
+    for (const std::pair<guint, guint>& press : {std::pair<guint, guint>{GDK_KEY_Escape, 0},
+                                                 {GDK_KEY_Return, 0},
+                                                 {GDK_KEY_KP_Enter, 0},
+                                                 {GDK_KEY_o, GDK_MOD1_MASK}}) {
+        app().show_message("t", "x");
+        frame();
+        key(press.first, press.second);
+        EXPECT_EQ(app().m_overlay, App::Overlay::None) << press.first;
+    }
+}
+
+// The letters belong to the dialogue that is painted; the ones of the dialogue before are gone.
+TEST_F(AppKeys, the_letters_of_a_closed_dialogue_do_not_act_on_the_next) {
+    start();
+    open_conflict();
+    app().show_message("t", "x");
+    GdkEventKey event = {};
+    event.keyval = GDK_KEY_s;
+    event.state = GDK_MOD1_MASK;
+    app().handle_key(&event);  // before any frame
+    EXPECT_FALSE(copy_engine::instance().snapshot().cancelled);
+    ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
+    key(GDK_KEY_Escape);
+    ASSERT_TRUE(settle());
+}
+
+TEST_F(AppKeys, the_second_choice_with_the_same_letter_takes_its_next_free_one) {
+    start();
+    app().show_message("t", "x", false, Action::Refresh, "btn.ok");
+    frame();
+    // "OK" and "OK": the first takes O, the second K.
+    ASSERT_EQ(app().m_overlay_accels.size(), 2U);
+    EXPECT_EQ(app().m_overlay_accels.at('O'), Action::Refresh);
+    EXPECT_EQ(app().m_overlay_accels.at('K'), Action::OverlayCancel);
+}
+
+// --- Rename -----------------------------------------------------------------------------------
+
+TEST_F(AppKeys, a_name_is_edited_and_committed_by_keys) {
+    write_file(left() + "/ab.txt", "x");
+    start();
+    put_cursor_on("ab.txt");
+    key(GDK_KEY_F2);
+    key(GDK_KEY_BackSpace);
+    key(GDK_KEY_Home);
+    key(GDK_KEY_Delete);
+    key(GDK_KEY_x);
+    key(GDK_KEY_Right);
+    key(GDK_KEY_Left);
+    key(GDK_KEY_odiaeresis);
+    EXPECT_EQ(pane().rename_buffer(), "xö.txt");
+    key(GDK_KEY_End);
+    key(GDK_KEY_1);
+    key(GDK_KEY_slash);
+    // Keys that would be commands elsewhere.
+    key(GDK_KEY_Tab);
+    key(GDK_KEY_F5);
+    EXPECT_FALSE(app().m_active_right);
+    EXPECT_FALSE(App::busy());
+    key(GDK_KEY_Return);
+    EXPECT_EQ(names(), (std::vector<std::string>{"..", "xö.txt1"}));
+}
+
+TEST_F(AppKeys, escape_ends_a_rename_without_action) {
+    write_file(left() + "/a", "x");
+    start();
+    put_cursor_on("a");
+    key(GDK_KEY_F2);
+    key(GDK_KEY_b);
+    key(GDK_KEY_Escape);
+    EXPECT_FALSE(pane().renaming());
+    EXPECT_EQ(names(), (std::vector<std::string>{"..", "a"}));
+}
+
+// Nothing shows a rename whose entry is gone, so keys must not vanish into it.
+TEST_F(AppKeys, keys_are_not_lost_in_a_rename_that_nobody_sees) {
+    write_file(left() + "/a", "x");
+    write_file(left() + "/b", "x");
+    start();
+    put_cursor_on("a");
+    key(GDK_KEY_F2);
+    std::remove((left() + "/a").c_str());
+    app().refresh_both();
+    key(GDK_KEY_Tab);
+    EXPECT_TRUE(app().m_active_right);
+    EXPECT_FALSE(pane(false).renaming());
+}
+
+}  // namespace

@@ -1,0 +1,44 @@
+// The built program as a user has it: a process of its own with a home, a configuration folder and
+// a log of its own.
+
+#pragma once
+
+#include "test_env.h"
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace test_env {
+
+class Program {
+  public:
+    Program() = default;
+    ~Program();  // ends a process that is still there
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    // Before start(): the text of settings.json.
+    void write_settings(const std::string& text);
+    void start(const std::vector<std::string>& arguments, const std::string& working_dir = {});
+    // The exit status, 128 and the signal's number, or -1 when it has not ended by then.
+    int wait(double seconds = 60);
+    void signal(int number);
+    pid_t pid() const { return m_pid; }
+
+    // start() and wait().
+    int run(const std::vector<std::string>& arguments, const std::string& working_dir = {});
+
+    // The log's lines without time, level and thread.
+    std::vector<std::string> log() const;
+    bool logged(const std::string& text) const;
+    bool wait_logged(const std::string& text, double seconds = 30) const;
+    std::string log_path() const { return m_home / "config/Ferrodeck/Ferrodeck.log"; }
+    std::string settings_path() const { return m_home / "config/Ferrodeck/settings.json"; }
+
+  private:
+    TempDir m_home;
+    pid_t m_pid = -1;
+};
+
+}  // namespace test_env
