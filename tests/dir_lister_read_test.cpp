@@ -337,7 +337,7 @@ TEST(dir_lister_read, a_link_under_a_name_that_is_no_utf8_is_followed) {
     const TempDir dir;
     write_file(dir / "target", "");
     make_link("target", dir / "l\xE9");
-    const FsEntry& link = named(dir_lister::read(dir.path(), false), "l\xEF\xBF\xBD");
+    const FsEntry link = named(dir_lister::read(dir.path(), false), "l\xEF\xBF\xBD");
     EXPECT_EQ(link.kind, Kind::Symlink);
     EXPECT_EQ(link.link_target, "target");
 }
@@ -414,7 +414,7 @@ TEST(dir_lister_read, a_birth_time_is_listed_where_the_file_system_keeps_it) {
 TEST(dir_lister_read, without_a_birth_time_it_is_zero) {
     if (birth_time("/proc/self/status") != -1)
         GTEST_SKIP() << "/proc tells birth times here";
-    const FsEntry& status = named(dir_lister::read("/proc/self", false), "status");
+    const FsEntry status = named(dir_lister::read("/proc/self", false), "status");
     EXPECT_EQ(status.kind, Kind::File);
     EXPECT_EQ(status.btime, 0);
     EXPECT_NE(status.mtime, 0);
@@ -427,7 +427,7 @@ TEST(dir_lister_read, owner_and_group_are_names) {
         GTEST_SKIP() << "needs root, whose name is certain";
     const TempDir dir;
     write_file(dir / "f", "");
-    const FsEntry& file = named(dir_lister::read(dir.path(), false), "f");
+    const FsEntry file = named(dir_lister::read(dir.path(), false), "f");
     EXPECT_EQ(file.owner, "root");
     EXPECT_EQ(file.group, "root");
 }
@@ -496,7 +496,7 @@ TEST(dir_lister_read, a_user_whose_name_is_empty_is_shown_as_a_number) {
     const struct passwd* user = getpwuid(61003);
     if (!user || *user->pw_name)
         GTEST_SKIP() << "libc gives no account with an empty name";
-    const FsEntry& file = named(dir_lister::read(dir.path(), false), "f");
+    const FsEntry file = named(dir_lister::read(dir.path(), false), "f");
     EXPECT_EQ(file.owner, "61003");
     EXPECT_EQ(file.group, "61003");
 }
