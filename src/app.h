@@ -151,6 +151,7 @@ class App {
         bool cancelled = false;
         std::string detail;
         bool disk_full = false;
+        bool listed = true;  // the errors dialogue tells of each failure
     };
 
     // One choice of a dialogue.

@@ -413,6 +413,8 @@ void App::clone_selection() {
 void App::make_links() {
     const Pane& source = active_pane();
     const Pane& target = other_pane();
+    if (source.action_entries().empty())
+        return show_nothing();
     if (source.path() == target.path())
         return show_error(tr("err.link_same_dir"));
     std::string first_error;
@@ -444,6 +446,7 @@ void App::make_links() {
         m_result.files = made;
         m_result.detail = su::basename_of(target.path());
         m_result.failures = failed;
+        m_result.listed = false;  // that dialogue lists what transfers and tasks have failed at
     }
     if (!first_error.empty())
         show_error(first_error);

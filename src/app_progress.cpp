@@ -134,14 +134,15 @@ void App::draw_result_line(double y, double w, double h) {
     add_hit(w - 24, y, 24, h, Hit::ResultDismiss);
     double room_end = w - 34;
     if (failed) {
-        const std::string text =
-            I18n::trf("progress.failures",
-                      fmt::saturated(static_cast<int64_t>(m_result.failures))) +
-            "  ·  " + tr("btn.details");
+        std::string text =
+            I18n::trf("progress.failures", fmt::saturated(static_cast<int64_t>(m_result.failures)));
+        if (m_result.listed)
+            text += std::string("  ·  ") + tr("btn.details");
         const double pill_w = text_width(text, 11, false, false) + 16;
         fill_rounded(room_end - pill_w, centre - 10, pill_w, 20, 4, m_palette.danger_bg, 1);
         draw_text(text, room_end - pill_w + 8, centre, 11, m_palette.danger, false, false, 1);
-        add_hit(room_end - pill_w, centre - 10, pill_w, 20, Hit::ErrorBanner, 0, false, text);
+        if (m_result.listed)
+            add_hit(room_end - pill_w, centre - 10, pill_w, 20, Hit::ErrorBanner, 0, false, text);
         room_end -= pill_w + 10;
     }
 

@@ -609,6 +609,65 @@ TEST_F(AppActions, links_into_the_same_folder_are_refused) {
     EXPECT_FALSE(app().m_result.valid);
 }
 
+TEST_F(AppActions, the_guard_of_links_stands_by_itself) {
+    start();
+    app().make_links();
+    expect_message("Nothing found", "Select at least one entry first.", false);
+    EXPECT_FALSE(app().m_result.valid);
+}
+
+TEST_F(AppActions, of_several_links_that_fail_the_first_is_told) {
+    write_file(left() + "/a", "x");
+    write_file(left() + "/b", "x");
+    write_file(right() + "/a", "y");
+    write_file(right() + "/b", "y");
+    start();
+    app().perform(Action::SelectAll, 0);
+    app().perform(Action::MakeLink, 0);
+    expect_message("Caution", "Something with that name is already there.: a", true);
+    EXPECT_FALSE(app().m_result.valid);  // nothing was made
+}
+
+TEST_F(AppActions, a_link_that_the_system_refuses_is_told_by_its_text) {
+    write_file(left() + "/a", "x");
+    start();
+    ASSERT_EQ(rmdir(right().c_str()), 0);
+    put_cursor_on("a");
+    app().perform(Action::MakeLink, 0);
+    expect_message("Caution", "a: No such file or directory", true);
+    const std::string line =
+        "symlink " + right() + "/a -> " + left() + "/a failed: No such file or directory";
+    bool as_error = false;
+    for (const Log::Entry& entry : Log::instance().recent())
+        as_error = as_error || (entry.text == line && entry.level == Log::Level::Error);
+    EXPECT_TRUE(as_error);
+    EXPECT_FALSE(app().m_result.valid);
+}
+
+// The errors dialogue would list what the last transfer failed at.
+TEST_F(AppActions, links_that_failed_do_not_lead_to_the_failures_of_a_transfer) {
+    ASSERT_EQ(mkfifo((left() + "/pipe").c_str(), 0600), 0);
+    write_file(left() + "/a", "x");
+    write_file(left() + "/taken", "x");
+    write_file(right() + "/taken", "y");
+    start();
+    put_cursor_on("pipe");
+    app().perform(Action::CopyToOther, 0);
+    ASSERT_TRUE(settle());
+    app().close_overlay();
+    frame();
+    EXPECT_EQ(hit(App::Hit::ErrorBanner).label, "1 failed  ·  Details");
+    pane().clear_selection();
+    app().perform(Action::SelectAll, 0);
+    app().perform(Action::MakeLink, 0);
+    app().close_overlay();
+    ASSERT_TRUE(app().m_result.valid);
+    ASSERT_EQ(app().m_result.failures, 1U);
+    frame();
+    EXPECT_EQ(count_hits(App::Hit::ErrorBanner), 0U);
+    shot("links-failed");
+}
+
 // --- Rename -----------------------------------------------------------------------------------
 
 TEST_F(AppActions, a_rename_is_committed_and_the_cursor_follows) {
