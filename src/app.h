@@ -251,6 +251,7 @@ class App {
     // --- Panes (app_panes.cpp) ----------------------------------------------------------------
 
     void draw_pane(Pane& pane, bool right, double x, double y, double w, double h);
+    void keep_cursor_in_view(Pane& pane, bool right);
     void draw_pane_bands(const Pane& pane, bool right, double x, double y, double w);
     void draw_pane_rows(const Pane& pane, bool right, double x, double y, double w, double h);
     void draw_row(const Pane& pane, bool right, int index, double x, double y, double w);
@@ -287,6 +288,7 @@ class App {
     void show_nothing();
     void show_unavailable(Action action);
     void activate_row(int index, bool right);
+    void go_up(bool right);
     void start_transfer(bool to_right, bool move);
     void commit_rename();
 
@@ -382,6 +384,10 @@ class App {
     BgTask::Status m_frame_bg;
     bool m_drawing_overlay = false;
     bool m_drawing_menu = false;
+
+    // --- Fields: panes, by side (app_panes.cpp) -----------------------------------------------
+
+    int m_rows_painted[2] = {0, 0};  // rows_in_view() of the last frame; 0: none yet
 
     // --- Fields: dialogue (app_dialogs.cpp, app_actions.cpp). Live while one is open. ------------
 

@@ -162,7 +162,7 @@ void App::dispatch(Action action) {
     case Action::MirrorPane:
         return other_pane().navigate_to(active_pane().path(), show_hidden());
     case Action::GoUp:
-        return active_pane().go_up(show_hidden());
+        return go_up(m_active_right);
     case Action::GoBack:
         return active_pane().go_back(show_hidden());
     case Action::GoForward:
@@ -320,7 +320,7 @@ void App::activate_row(int index, bool right) {
     const std::string path = su::join_path(pane.path(), entry.name);
     switch (entry.kind) {
     case FsEntry::Kind::Parent:
-        pane.go_up(show_hidden());
+        go_up(right);
         break;
     case FsEntry::Kind::Dir:
     case FsEntry::Kind::SymlinkDir:
@@ -339,6 +339,13 @@ void App::activate_row(int index, bool right) {
     }
     }
     request_redraw();
+}
+
+// The folder just left may stand far down in the list that is now shown from its top.
+void App::go_up(bool right) {
+    Pane& pane = pane_for(right);
+    pane.go_up(show_hidden());
+    pane.ensure_cursor_visible(rows_in_view(right));
 }
 
 void App::start_transfer(bool to_right, bool move) {
@@ -397,6 +404,7 @@ void App::commit_rename() {
         return show_error(error);
     pane.remember_cursor_name(new_name);
     pane.reload(show_hidden());
+    pane.ensure_cursor_visible(rows_in_view(m_active_right));
 }
 
 // --- Single commands --------------------------------------------------------------------------

@@ -151,9 +151,7 @@ std::string display_name(const FsEntry& entry) {
 
 void App::draw_pane(Pane& pane, bool right, double x, double y, double w, double h) {
     const bool active = right == m_active_right;
-    // The list keeps its place over a reload, which may have made it shorter.
-    pane.set_scroll(pane.scroll(), rows_in_view(right));
-
+    keep_cursor_in_view(pane, right);
     fill_rect(x, y, w, h, active ? m_palette.pane_active : m_palette.pane, 1);
     draw_pane_bands(pane, right, x, y, w);
     const double top = y + kBanner + kSummary + kPath + kHeader;
@@ -173,6 +171,20 @@ void App::draw_pane(Pane& pane, bool right, double x, double y, double w, double
     cairo_rectangle(m_cr, x + 1.5, y + 1.5, w - 3, h - 3);
     cairo_set_line_width(m_cr, active ? 4 : 1.5);
     cairo_stroke(m_cr);
+}
+
+// The progress band takes rows from the lists, and a filter bar does. A cursor that was in view
+// stays there; one that the user has scrolled away from does not pull the list back.
+void App::keep_cursor_in_view(Pane& pane, bool right) {
+    const int rows = rows_in_view(right);
+    int& before = m_rows_painted[right ? 1 : 0];
+    const bool was_in_view =
+        pane.cursor() >= pane.scroll() && pane.cursor() - pane.scroll() < before;
+    if (was_in_view && rows != before)
+        pane.ensure_cursor_visible(rows);
+    before = rows;
+    // The list keeps its place over a reload, which may have made it shorter.
+    pane.set_scroll(pane.scroll(), rows);
 }
 
 void App::draw_pane_bands(const Pane& pane, bool right, double x, double y, double w) {

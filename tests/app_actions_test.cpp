@@ -689,6 +689,19 @@ TEST_F(AppActions, a_rename_is_committed_and_the_cursor_follows) {
     EXPECT_EQ(app().m_overlay, App::Overlay::None);
 }
 
+TEST_F(AppActions, an_entry_renamed_to_the_end_of_the_list_is_shown_there) {
+    for (int i = 10; i < 90; ++i)
+        write_file(left() + "/file" + std::to_string(i), "x");
+    start();
+    put_cursor_on("file10");
+    app().perform(Action::Rename, 0);
+    pane().rename_set_caret(0);
+    pane().rename_insert("z");
+    app().commit_rename();
+    EXPECT_EQ(pane().cursor(), 80);
+    EXPECT_LT(pane().cursor() - pane().scroll(), app().rows_in_view(false));
+}
+
 TEST_F(AppActions, rename_goes_to_the_one_marked_entry) {
     write_file(left() + "/a", "x");
     write_file(left() + "/b", "x");

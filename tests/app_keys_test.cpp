@@ -118,6 +118,24 @@ TEST_F(AppKeys, return_opens_and_backspace_goes_up) {
     EXPECT_EQ(pane().path(), test_env::root() + "/home");
 }
 
+// The folder just left may stand far down in the list.
+TEST_F(AppKeys, going_up_shows_the_folder_just_left) {
+    for (int i = 10; i < 90; ++i)
+        make_dirs(left() + "/sub" + std::to_string(i));
+    start({"--left=" + left() + "/sub77"});
+    const auto in_view = [this] {
+        const int row = pane().cursor() - pane().scroll();
+        return row >= 0 && row < app().rows_in_view(false);
+    };
+    key(GDK_KEY_BackSpace);
+    EXPECT_EQ(cursor_name(), "sub77");
+    EXPECT_TRUE(in_view());
+    key(GDK_KEY_Return);
+    key(GDK_KEY_Return);  // the parent row
+    EXPECT_EQ(cursor_name(), "sub77");
+    EXPECT_TRUE(in_view());
+}
+
 TEST_F(AppKeys, space_marks_and_leaves_the_cursor) {
     make_files(3);
     start();

@@ -491,6 +491,40 @@ TEST_F(AppTest, the_last_entry_can_always_be_brought_fully_into_view) {
     }
 }
 
+// The progress band takes three rows from the lists.
+TEST_F(AppTest, a_cursor_in_view_stays_there_when_the_band_opens) {
+    for (int i = 0; i < 60; ++i)
+        write_file(left() + "/file" + std::to_string(i), "x");
+    start();
+    pane().set_cursor(app().rows_in_view(false) - 1, true);
+    frame();
+    EXPECT_EQ(pane().scroll(), 0);
+    app().m_progress_hold_until = App::now_seconds() + 100;
+    frame();
+    const App::HitRect area = hit(App::Hit::PaneBackground, -1, 0);
+    const App::HitRect row = hit(App::Hit::PaneRow, pane().cursor(), 0);
+    EXPECT_EQ(row.h, 24);
+    EXPECT_LE(row.y + row.h, area.y + area.h);
+    EXPECT_GT(pane().scroll(), 0);
+    // It need not come back when the band closes: the cursor is in view.
+    const int scroll = pane().scroll();
+    app().m_progress_hold_until = 0;
+    frame();
+    EXPECT_EQ(pane().scroll(), scroll);
+}
+
+TEST_F(AppTest, a_list_scrolled_away_from_the_cursor_stays_where_it_is) {
+    for (int i = 0; i < 100; ++i)
+        write_file(left() + "/file" + std::to_string(i), "x");
+    start();
+    pane().set_scroll(40, app().rows_in_view(false));
+    ASSERT_EQ(pane().cursor(), 0);
+    frame();
+    app().m_progress_hold_until = App::now_seconds() + 100;
+    frame();
+    EXPECT_EQ(pane().scroll(), 40);
+}
+
 TEST_F(AppTest, a_list_that_became_shorter_is_scrolled_back) {
     for (int i = 0; i < 60; ++i)
         write_file(left() + "/file" + std::to_string(i), "x");
