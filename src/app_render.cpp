@@ -292,10 +292,8 @@ double App::wrapped_text(const std::string& text, double x, double y, double max
                          const std::string* color) {
     if (text.empty() || max_w <= 0)
         return 0;
-    // A layout of its own: wrapping and paragraphs would have to be undone on the shared one.
-    PangoLayout* layout = pango_cairo_create_layout(m_cr);
-    set_font(layout, size, false, false);
-    set_text(layout, text);
+    PangoLayout* layout = layout_for(m_cr, text, size, false, false);
+    pango_layout_set_single_paragraph_mode(layout, FALSE);
     pango_layout_set_width(layout, static_cast<int>(max_w * PANGO_SCALE));
     pango_layout_set_wrap(layout, PANGO_WRAP_WORD_CHAR);
     // A path broken inside a word must not seem to hold a hyphen.
@@ -310,7 +308,11 @@ double App::wrapped_text(const std::string& text, double x, double y, double max
         cairo_move_to(m_cr, x, y);
         pango_cairo_show_layout(m_cr, layout);
     }
-    g_object_unref(layout);
+    // The next text finds the layout as layout_for() made it.
+    pango_layout_set_attributes(layout, nullptr);
+    pango_layout_set_wrap(layout, PANGO_WRAP_WORD);
+    pango_layout_set_width(layout, -1);
+    pango_layout_set_single_paragraph_mode(layout, TRUE);
     return height;
 }
 

@@ -8,8 +8,29 @@
 
 #include <algorithm>
 #include <cstring>
+#include <dlfcn.h>
 #include <set>
 #include <sys/stat.h>
+
+namespace {
+
+int g_layouts_made = 0;
+int g_layouts_alive = 0;
+
+}  // namespace
+
+// Stands in front of the library's own, which does the work.
+extern "C" PangoLayout* pango_cairo_create_layout(cairo_t* cr) {
+    using Create = PangoLayout* (*)(cairo_t*);
+    static const auto create =
+        reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pango_cairo_create_layout"));
+    PangoLayout* layout = create(cr);
+    ++g_layouts_made;
+    ++g_layouts_alive;
+    g_object_weak_ref(
+        G_OBJECT(layout), [](gpointer, GObject*) { --g_layouts_alive; }, nullptr);
+    return layout;
+}
 
 namespace {
 
@@ -192,6 +213,41 @@ TEST_F(AppPaint, wrapped_text_stays_in_its_width_and_tells_its_height) {
     EXPECT_LE(ink().bottom, 5 + measured);
 }
 
+TEST_F(AppPaint, wrapped_text_leaves_nothing_behind_for_the_next_text) {
+    const std::string white = "#FFFFFF";
+    const std::string text = "one line\nand what would be the next";
+    app().draw_text(text, 10, 50, 12.5, white, false, false, 1);
+    const std::string before = image();
+    const double width = app().text_width(text, 12.5, false, false);
+    wipe();
+    app().wrapped_text("a few words that take several lines", 20, 5, 60, 12.5, nullptr);
+    EXPECT_EQ(app().text_width(text, 12.5, false, false), width);
+    app().draw_text(text, 10, 50, 12.5, white, false, false, 1);
+    EXPECT_EQ(image(), before);
+}
+
+TEST_F(AppPaint, wrapped_text_keeps_its_paragraphs) {
+    const double one = app().wrapped_text("one", 20, 5, 300, 12.5, nullptr);
+    EXPECT_GE(app().wrapped_text("one\ntwo", 20, 5, 300, 12.5, nullptr), 2 * one - 1);
+}
+
+TEST_F(AppPaint, fonts_differ_by_weight_and_family) {
+    const auto width = [this](const char* text, bool bold, bool mono) {
+        return app().text_width(text, 20, bold, mono);
+    };
+    EXPECT_EQ(width("iiiiii", false, true), width("WWWWWW", false, true));
+    EXPECT_LT(width("iiiiii", false, false), width("WWWWWW", false, false));
+    EXPECT_GT(width("Ferrodeck", true, false), width("Ferrodeck", false, false));
+    Settings& s = SettingsStore::instance().mutable_get();
+    s.font_family = "monospace";
+    EXPECT_EQ(width("iiiiii", false, false), width("WWWWWW", false, false));
+    s.font_family.clear();
+    I18n::instance().set_ui_font("monospace");
+    EXPECT_EQ(width("iiiiii", false, false), width("WWWWWW", false, false));
+    I18n::instance().set_ui_font("");
+    EXPECT_LT(width("iiiiii", false, false), width("WWWWWW", false, false));
+}
+
 // --- Layout -----------------------------------------------------------------------------------
 
 TEST(AppLayout, the_bands_stand_where_they_belong) {
@@ -369,8 +425,26 @@ TEST_F(AppTest, a_frame_leaves_no_context_behind) {
     start();
     EXPECT_EQ(app().m_cr, nullptr);
     const size_t hits = app().m_hits.size();
+    const size_t capacity = app().m_hits.capacity();
+    const App::HitRect* storage = app().m_hits.data();
     frame();
     EXPECT_EQ(app().m_hits.size(), hits);  // rebuilt, not added to
+    EXPECT_EQ(app().m_hits.capacity(), capacity);
+    EXPECT_EQ(app().m_hits.data(), storage);
+}
+
+// GTK reuses the address of a context, so a layout of the frame before must not be found by it.
+TEST_F(AppTest, a_frame_makes_one_layout_and_drops_it_at_its_end) {
+    write_file(left() + "/a", "x");
+    start();
+    for (const bool message : {false, true}) {
+        if (message)
+            app().show_message("title", "a text that is measured, wrapped and painted");
+        const int before = g_layouts_made;
+        frame();
+        EXPECT_EQ(g_layouts_made - before, 1) << message;
+        EXPECT_EQ(g_layouts_alive, 0) << message;
+    }
 }
 
 TEST_F(AppTest, the_scale_follows_the_setting_within_70_and_200) {
