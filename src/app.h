@@ -216,6 +216,9 @@ class App {
     // scrolls, pages or keeps the cursor in view goes by this.
     [[nodiscard]] int rows_in_view(bool right) const;
 
+    // The nearest edge between two lines of pixels. Areas that meet there join without a seam at
+    // every scale.
+    [[nodiscard]] double pixel_edge(double y) const;
     void set_color(const std::string& color, double alpha);
     void fill_rect(double x, double y, double w, double h, const std::string& color, double alpha);
     void rounded_rect(double x, double y, double w, double h, double r);  // the path alone

@@ -231,7 +231,8 @@ void App::draw_pane_rows(const Pane& pane, bool right, double x, double y, doubl
         return;
     }
     cairo_save(m_cr);
-    cairo_rectangle(m_cr, x, y, w, h);
+    const double clip_top = pixel_edge(y);
+    cairo_rectangle(m_cr, x, clip_top, w, pixel_edge(y + h) - clip_top);
     cairo_clip(m_cr);
     const int count = static_cast<int>(listing.entries.size());
     double row_y = y;
@@ -246,12 +247,14 @@ void App::draw_row(const Pane& pane, bool right, int index, double x, double y, 
     const FsEntry& entry = pane.entries()[static_cast<size_t>(index)];
     const bool active = right == m_active_right;
     const bool selected = pane.is_selected(index);
+    const double top = pixel_edge(y);
+    const double height = pixel_edge(y + kRow) - top;
     if (selected)
-        fill_rect(x, y, w, kRow, m_palette.selection, active ? 1 : 0.45);
+        fill_rect(x, top, w, height, m_palette.selection, active ? 1 : 0.45);
     else if (active && index % 2 == 1)
-        fill_rect(x, y, w, kRow, m_palette.row_alt, 1);
+        fill_rect(x, top, w, height, m_palette.row_alt, 1);
     if (active && index == pane.cursor()) {
-        fill_rect(x, y, 6, kRow, m_palette.source_tint, 1);
+        fill_rect(x, top, 6, height, m_palette.source_tint, 1);
         set_color(m_palette.source_tint, 0.55);
         cairo_rectangle(m_cr, x + 0.5, y + 0.5, w - 1, kRow - 1);
         cairo_set_line_width(m_cr, 1);

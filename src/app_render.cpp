@@ -200,6 +200,14 @@ int App::rows_in_view(bool right) const {
 
 // --- Painting primitives ----------------------------------------------------------------------
 
+double App::pixel_edge(double y) const {
+    double x = 0;
+    cairo_user_to_device(m_cr, &x, &y);
+    y = std::round(y);
+    cairo_device_to_user(m_cr, &x, &y);
+    return y;
+}
+
 void App::set_color(const std::string& color, double alpha) {
     // Magenta belongs to no palette, so a wrong entry shows at once.
     Rgb rgb{1, 0, 1};

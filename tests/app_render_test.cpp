@@ -525,6 +525,38 @@ TEST_F(AppTest, a_marked_row_and_the_cursor_can_be_told_apart) {
     shot("marked");
 }
 
+// Rows whose edges fall between two lines of pixels would let the background shine through.
+TEST_F(AppTest, marked_rows_meet_without_a_seam_at_every_scale) {
+    for (int i = 0; i < 30; ++i)
+        write_file(left() + "/file" + std::to_string(i), "x");
+    start();
+    pane().select_all();
+    for (const char* theme : {"light", "dark"}) {
+        for (const int scale : {70, 80, 100, 110, 130, 200}) {
+            for (const bool active : {true, false}) {
+                SettingsStore::instance().mutable_get().theme = theme;
+                SettingsStore::instance().mutable_get().font_scale = scale;
+                app().apply_theme();
+                app().m_active_right = !active;
+                frame();
+                // Right of the texts, left of the frame.
+                const App::HitRect first = hit(App::Hit::PaneRow, 1, 0);
+                const double s = app().m_ui_scale;
+                const int x = static_cast<int>((first.x + first.w - 7) * s);
+                const int top = static_cast<int>((first.y + 12) * s);
+                const std::string color = pixel(x, top);
+                const int bottom = top + static_cast<int>(3 * 24 * s);
+                for (int y = top; y < bottom; ++y)
+                    EXPECT_EQ(pixel(x, y), color) << theme << scale << active << " at " << y;
+                if (active) {
+                    EXPECT_EQ(color, app().m_palette.selection);
+                }
+            }
+        }
+    }
+    shot("seams");
+}
+
 TEST_F(AppTest, only_rows_in_view_have_rectangles_and_they_end_with_the_row_area) {
     for (int i = 0; i < 100; ++i)
         write_file(left() + "/file" + std::to_string(i), "x");
