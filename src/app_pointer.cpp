@@ -82,15 +82,20 @@ void App::handle_click(double x, double y, int button, guint state, guint32 clic
 }
 
 void App::click_row(const HitRect& hit, int button, guint state, guint32 clicks) {
-    // A rename is committed on the side that it is on, which is the active one until now.
+    Pane& pane = pane_for(hit.right);
+    const bool listed = hit.param >= 0 && static_cast<size_t>(hit.param) < pane.entries().size();
+    int row = listed ? hit.param : -1;
+    // A rename is committed on the side that it is on, which is the active one until now. It may
+    // change the order of the rows; the entry that was clicked is the one that is meant.
     if (active_pane().renaming() &&
-        (m_active_right != hit.right || active_pane().rename_target() != hit.param))
+        (m_active_right != hit.right || active_pane().rename_target() != hit.param)) {
+        const std::string name = listed ? pane.entries()[static_cast<size_t>(row)].name : "";
         commit_rename();
+        row = listed ? pane.index_of(name) : -1;
+    }
     m_active_right = hit.right;
-    Pane& pane = active_pane();
-    const int row = hit.param;
-    if (row < 0 || static_cast<size_t>(row) >= pane.entries().size())
-        return;
+    if (row < 0)
+        return request_redraw();
     if (button == 3) {
         if (!pane.is_selected(row))
             pane.set_cursor(row, true);

@@ -48,6 +48,7 @@ class Pane {
     [[nodiscard]] const std::string& error() const { return m_listing.error; }
     [[nodiscard]] const std::vector<FsEntry>& entries() const { return m_listing.entries; }
     [[nodiscard]] const dir_lister::Listing& listing() const { return m_listing; }
+    [[nodiscard]] int index_of(const std::string& name) const;  // -1: not listed
     [[nodiscard]] int cursor() const { return m_cursor; }
     [[nodiscard]] int scroll() const { return m_scroll; }
     [[nodiscard]] const std::string& filter() const { return m_filter; }
@@ -124,7 +125,6 @@ class Pane {
     [[nodiscard]] bool in_range(int index) const { return index >= 0 && index < row_count(); }
     [[nodiscard]] bool is_ordinary(int index) const;  // in range, and not the parent row
     [[nodiscard]] int clamped(int64_t index) const;   // to the rows; the list is not empty
-    [[nodiscard]] int index_of(const std::string& name) const;  // -1: not listed
     void select_only(int index);
 
     std::vector<std::string> selected_names() const;

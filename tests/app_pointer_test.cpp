@@ -191,6 +191,19 @@ TEST_F(AppPointer, a_click_elsewhere_commits_a_rename) {
     EXPECT_EQ(names(), (std::vector<std::string>{"..", "file0x", "file1y"}));
 }
 
+// The commit sorts the renamed entry away from above the row that was clicked.
+TEST_F(AppPointer, the_row_that_was_clicked_is_meant_even_if_the_commit_moves_it) {
+    start_with_files(4);
+    put_cursor_on("file0");
+    key(GDK_KEY_F2);
+    key(GDK_KEY_Home);
+    key(GDK_KEY_z);
+    click(row(2));
+    EXPECT_EQ(names(), (std::vector<std::string>{"..", "file1", "file2", "file3", "zfile0"}));
+    EXPECT_EQ(cursor_name(), "file1");
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"file1"}));
+}
+
 // The rectangles are a frame old; the list may have become shorter since.
 TEST_F(AppPointer, a_row_that_is_gone_is_not_clicked) {
     start_with_files(4);
