@@ -293,6 +293,7 @@ class App {
     void activate_row(int index, bool right);
     void go_up(bool right);
     void start_transfer(bool to_right, bool move);
+    bool take_unseen_end();
     void commit_rename();
 
     void begin_rename();

@@ -352,6 +352,8 @@ void App::start_transfer(bool to_right, bool move) {
     copy_engine::Engine& engine = copy_engine::instance();
     if (engine.is_running())
         return show_busy();
+    if (take_unseen_end())
+        return;
     const Pane& source = pane_for(!to_right);
     const Pane& target = pane_for(to_right);
     std::vector<std::string> paths = source.action_paths();
@@ -366,6 +368,18 @@ void App::start_transfer(bool to_right, bool move) {
         return show_busy();
     m_transfer_was_running = true;
     request_redraw();
+}
+
+// A run may have ended since the last tick. The next one would take its failures away before
+// anybody has seen them, and what the lists show is not what they hold any more, so a command given
+// on them is swallowed as during the run.
+bool App::take_unseen_end() {
+    if (!m_transfer_was_running || copy_engine::instance().is_running())
+        return false;
+    poll_transfer_end(false);
+    m_transfer_was_running = false;
+    request_redraw();
+    return true;
 }
 
 void App::move_cursor_to_single_selection() {
@@ -413,6 +427,8 @@ void App::clone_selection() {
     const std::vector<std::string> paths = active_pane().action_paths();
     if (paths.empty())
         return show_nothing();
+    if (take_unseen_end())
+        return;
     if (!file_ops::start_clone(paths, SettingsStore::instance().get().thread_count))
         return show_busy();
     m_transfer_was_running = true;

@@ -354,6 +354,49 @@ TEST_F(AppTest, failures_open_the_errors_dialogue) {
     EXPECT_EQ(app().m_overlay, App::Overlay::Errors);
 }
 
+// A quick hand may give the next command before the tick has seen the end of the run.
+class AppEnds : public AppTest {
+  protected:
+    void fail_and_go_on_with(Action next) {
+        ASSERT_EQ(mkfifo((left() + "/pipe").c_str(), 0600), 0);
+        write_file(left() + "/a.txt", "1");
+        start();
+        g_source_remove(app().m_tick_id);  // the tick comes by hand here
+        app().m_tick_id = 0;
+        put_cursor_on("pipe");
+        app().perform(Action::CopyToOther, 0);
+        while (App::busy())
+            g_usleep(1000);
+        put_cursor_on("a.txt");
+        app().perform(next, 0);
+        EXPECT_FALSE(App::busy());
+        EXPECT_EQ(app().m_overlay, App::Overlay::Errors);
+        EXPECT_EQ(app().m_result.failures, 1U);
+        // Seen once, and not again by the tick.
+        app().close_overlay();
+        app().tick();
+        EXPECT_EQ(app().m_overlay, App::Overlay::None);
+        // From here on commands are taken again.
+        app().perform(next, 0);
+        EXPECT_TRUE(app().m_transfer_was_running);
+        while (App::busy())
+            g_usleep(1000);
+        app().tick();
+        EXPECT_EQ(app().m_result.files, 1);
+        EXPECT_EQ(app().m_result.failures, 0U);
+    }
+};
+
+TEST_F(AppEnds, failures_are_not_lost_to_a_copy_that_follows_at_once) {
+    fail_and_go_on_with(Action::CopyToOther);
+    EXPECT_TRUE(test_env::exists(right() + "/a.txt"));
+}
+
+TEST_F(AppEnds, failures_are_not_lost_to_a_duplicate_that_follows_at_once) {
+    fail_and_go_on_with(Action::Clone);
+    EXPECT_TRUE(test_env::exists(left() + "/a.1.txt"));
+}
+
 TEST_F(AppTest, failures_do_not_replace_an_open_dialogue) {
     ASSERT_EQ(mkfifo((left() + "/pipe").c_str(), 0600), 0);
     start();
