@@ -118,6 +118,7 @@ class Engine {
     void cancel();
     // Joins the threads of a run that has ended.
     void reap();
+    [[nodiscard]] bool is_reaped() const { return m_workers.empty() && !m_scanner.joinable(); }
     [[nodiscard]] bool is_running() const { return m_running.load(); }
 
     // Answers the open question; ignored when there is none or it has been answered.

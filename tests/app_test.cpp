@@ -300,6 +300,7 @@ TEST_F(AppTest, the_end_of_a_copy_shows_the_result_and_reloads_both_sides) {
     EXPECT_EQ(names(true), (std::vector<std::string>{"..", "a.txt", "b.txt"}));
     EXPECT_GT(app().m_progress_hold_until, App::now_seconds() + 1);
     EXPECT_EQ(app().m_overlay, App::Overlay::None);
+    EXPECT_TRUE(copy_engine::instance().is_reaped());
     frame();
     EXPECT_EQ(app().m_layout.progress_h, 76);
     shot("result");
@@ -536,6 +537,7 @@ TEST_F(AppTest, a_task_fills_the_result_by_its_kind) {
         EXPECT_EQ(app().m_result.detail, "three");
         EXPECT_EQ(app().m_result.failures, 0U);
         EXPECT_EQ(app().m_overlay, App::Overlay::None);
+        EXPECT_FALSE(BgTask::instance().snapshot().finished);  // the thread has been joined
     }
 }
 
