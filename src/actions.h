@@ -2,7 +2,7 @@
 // self-test all end in App::perform() with one of these. The numbers are the enumeration's order
 // and are not stored anywhere, but ToggleColSize to ToggleColGroup stand in the order of ColumnId.
 //
-// A new action gets a line here, one in action_names.cpp, and a case in App::perform().
+// A new action gets a line here, one in action_names.cpp, and a case in App::dispatch().
 
 #pragma once
 
