@@ -154,10 +154,14 @@ TEST_F(AppKeys, space_marks_and_leaves_the_cursor) {
 TEST_F(AppKeys, escape_clears_the_marks_of_the_active_side) {
     make_files(3);
     start();
+    write_file(right() + "/other", "x");
+    app().refresh_both();
+    pane(true).select_all();
     key(GDK_KEY_a, GDK_CONTROL_MASK);
     EXPECT_EQ(selected_names().size(), 3U);
     key(GDK_KEY_Escape);
     EXPECT_TRUE(selected_names().empty());
+    EXPECT_EQ(selected_names(true).size(), 1U);
 }
 
 TEST_F(AppKeys, control_letters_are_taken_in_lower_case_alone) {
@@ -211,6 +215,18 @@ TEST_F(AppKeys, a_key_without_meaning_does_and_says_nothing) {
         key(keyval);
     EXPECT_EQ(log_lines().size(), lines);
     EXPECT_EQ(app().m_overlay, App::Overlay::None);
+}
+
+TEST_F(AppKeys, gtk_never_sees_a_key) {
+    start();
+    for (const guint keyval : {GDK_KEY_Tab, GDK_KEY_F10, GDK_KEY_VoidSymbol}) {
+        GdkEvent* event = gdk_event_new(GDK_KEY_PRESS);
+        event->key.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(app().m_window)));
+        event->key.keyval = keyval;
+        EXPECT_TRUE(gtk_widget_event(app().m_window, event));
+        gdk_event_free(event);
+    }
+    EXPECT_TRUE(app().m_active_right);
 }
 
 // --- The busy gate ----------------------------------------------------------------------------

@@ -2,6 +2,8 @@
 
 #include "app_fixture.h"
 
+#include "settings.h"
+
 #include <gdk/gdkkeysyms.h>
 
 namespace {
@@ -241,6 +243,70 @@ TEST_F(AppPointer, the_wheel_scrolls_the_side_under_the_pointer) {
     EXPECT_EQ(pane(false).scroll(), 0);
     app().handle_scroll(20, GDK_SCROLL_DOWN, 0);
     EXPECT_EQ(pane(false).scroll(), 0);  // nothing to scroll there
+}
+
+// Real events in surface pixels, through GTK's own delivery.
+TEST_F(AppPointer, motion_wheel_and_leaving_reach_the_handlers_at_any_scale) {
+    for (int i = 0; i < 100; ++i)
+        write_file(right() + "/file" + std::to_string(i), "x");
+    start();
+    const auto deliver = [this](GdkEventType type, const std::function<void(GdkEvent*)>& fill) {
+        GdkEvent* event = gdk_event_new(type);
+        event->any.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(app().m_canvas)));
+        gdk_event_set_device(
+            event, gdk_seat_get_pointer(gdk_display_get_default_seat(gdk_display_get_default())));
+        fill(event);
+        const bool taken = gtk_widget_event(app().m_canvas, event);
+        gdk_event_free(event);
+        return taken;
+    };
+    for (const int scale : {70, 200}) {
+        SettingsStore::instance().mutable_get().font_scale = scale;
+        pane(true).set_scroll(0, 1);
+        frame();
+        const App::HitRect target = row(1, true);
+        const double x = (target.x + 30) * app().m_ui_scale;
+        const double y = (target.y + 12) * app().m_ui_scale;
+        EXPECT_TRUE(deliver(GDK_MOTION_NOTIFY, [&](GdkEvent* event) {
+            event->motion.x = x;
+            event->motion.y = y;
+        }));
+        EXPECT_NEAR(app().m_mouse_x, target.x + 30, 1e-6) << scale;
+        ASSERT_NE(app().hovered(), nullptr);
+        EXPECT_EQ(app().hovered()->param, 1) << scale;
+        EXPECT_TRUE(deliver(GDK_SCROLL, [&](GdkEvent* event) {
+            event->scroll.x = x;
+            event->scroll.y = y;
+            event->scroll.direction = GDK_SCROLL_DOWN;
+        }));
+        EXPECT_EQ(pane(true).scroll(), 3) << scale;
+        EXPECT_FALSE(deliver(GDK_LEAVE_NOTIFY, [](GdkEvent*) {}));
+        EXPECT_EQ(app().m_hover, -1) << scale;
+    }
+}
+
+TEST_F(AppPointer, a_third_click_counts_for_nothing) {
+    make_dirs(left() + "/sub/deeper");
+    start();
+    const App::HitRect target = row(1);
+    for (const GdkEventType type :
+         {GDK_BUTTON_PRESS, GDK_BUTTON_RELEASE, GDK_BUTTON_PRESS, GDK_2BUTTON_PRESS,
+          GDK_BUTTON_RELEASE, GDK_BUTTON_PRESS, GDK_3BUTTON_PRESS, GDK_BUTTON_RELEASE}) {
+        GdkEvent* event = gdk_event_new(type);
+        event->button.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(app().m_canvas)));
+        event->button.x = target.x + 30;
+        event->button.y = target.y + 12;
+        event->button.button = 1;
+        event->button.state = GDK_CONTROL_MASK;
+        gdk_event_set_device(
+            event, gdk_seat_get_pointer(gdk_display_get_default_seat(gdk_display_get_default())));
+        EXPECT_TRUE(gtk_widget_event(app().m_canvas, event));
+        gdk_event_free(event);
+        frame();
+    }
+    EXPECT_EQ(pane().path(), left() + "/sub");
+    // The press that came with it has marked; a fourth one would take the mark away.
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"deeper"}));
 }
 
 TEST_F(AppPointer, motion_without_a_change_paints_nothing) {

@@ -250,6 +250,20 @@ TEST_F(Roads, the_process_takes_all_the_files_it_may_and_does_not_die_of_a_pipe)
     EXPECT_EQ(m_program.wait(), 0);
 }
 
+// GIO ignores the signal too, but only later.
+TEST_F(Roads, a_broken_pipe_is_ignored_before_anything_else) {
+    const std::string trace = m_left / "trace";
+    const std::string command =
+        "DISPLAY=:no-such-display strace -e trace=rt_sigaction,prlimit64 -o '" + trace + "' '" +
+        Program::path() + "'";
+    run(command);
+    const std::string calls = exists(trace) ? read_file(trace) : "";
+    const size_t limit = calls.find("RLIMIT_NOFILE");
+    if (limit == std::string::npos)
+        GTEST_SKIP() << "strace is not installed or not allowed here";
+    EXPECT_LT(calls.find("rt_sigaction(SIGPIPE, {sa_handler=SIG_IGN"), limit);
+}
+
 TEST_F(Roads, each_of_three_signals_ends_an_idle_program_in_order) {
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         Program program;

@@ -2,6 +2,7 @@
 
 #include "app_fixture.h"
 
+#include "app_display.h"
 #include "faultfs.h"
 #include "fs_ops.h"
 #include "i18n.h"
@@ -184,6 +185,15 @@ TEST_F(AppTest, a_changed_folder_or_order_is_saved_by_the_next_tick) {
     EXPECT_EQ(SettingsStore::instance().get().right_sort.key, dir_lister::SortKey::Modified);
 }
 
+TEST_F(AppTest, look_and_words_of_the_settings_hold_from_the_first_frame) {
+    SettingsStore::instance().mutable_get().theme = "dark";
+    SettingsStore::instance().mutable_get().font_family = "monospace";
+    start();
+    EXPECT_TRUE(app().m_palette.dark);
+    EXPECT_EQ(I18n::instance().ui_font_family(), "monospace");
+    EXPECT_TRUE(logged("language en, theme dark"));
+}
+
 // --- Window -----------------------------------------------------------------------------------
 
 TEST_F(AppTest, without_a_geometry_the_window_is_centred_at_1100_by_720) {
@@ -277,6 +287,107 @@ TEST_F(AppTest, the_theme_setting_chooses_the_palette) {
         app().apply_theme();
         EXPECT_FALSE(app().m_palette.dark) << theme;
     }
+}
+
+// --- Tick: frames -----------------------------------------------------------------------------
+
+class AppFrames : public AppTest {
+  protected:
+    // On a shared server other tests' windows would take the focus and uncover this one.
+    void SetUp() override {
+        static const test_env::XServer server(false);  // GDK stays connected to the end
+        if (server.display().empty())
+            GTEST_SKIP() << "Xvfb cannot be started";
+        setenv("DISPLAY", server.display().c_str(), 1);
+        AppTest::SetUp();
+    }
+    // Starts, and waits until nothing asks for frames any more. Without a window manager the server
+    // gives the focus to the window under the pointer.
+    void start_quiet() {
+        start();
+        pump_until([] { return false; }, 0.2);
+        focus(false);
+        app().m_flash_until = 0;
+        pump_until([] { return false; }, 0.3);
+    }
+    // Whether the loop paints a frame within half a second, which is five ticks.
+    bool paints() {
+        app().m_layout.width = -1;
+        return pump_until([this] { return app().m_layout.width > 0; }, 0.5);
+    }
+    void focus(bool in) {
+        GdkEvent* event = gdk_event_new(GDK_FOCUS_CHANGE);
+        event->focus_change.window =
+            GDK_WINDOW(g_object_ref(gtk_widget_get_window(app().m_window)));
+        event->focus_change.in = in ? 1 : 0;
+        gtk_widget_event(app().m_window, event);
+        gdk_event_free(event);
+    }
+};
+
+TEST_F(AppFrames, a_window_without_the_focus_and_without_news_is_not_painted) {
+    start_quiet();
+    EXPECT_FALSE(paints());
+}
+
+TEST_F(AppFrames, a_focused_window_is_painted_at_every_second_tick) {
+    start_quiet();
+    focus(true);
+    ASSERT_TRUE(gtk_window_is_active(GTK_WINDOW(app().m_window)));
+    EXPECT_TRUE(paints());
+    g_source_remove(app().m_tick_id);  // some ticks by hand
+    for (int i = 0; i < 6; ++i) {
+        pump_until([] { return false; }, 0.1);
+        app().m_layout.width = -1;
+        app().tick();
+        const bool painted_now = pump_until([this] { return app().m_layout.width > 0; }, 0.3);
+        EXPECT_EQ(painted_now, app().m_idle_frame % 2 == 0) << i;
+    }
+    app().m_tick_id = g_timeout_add(
+        100,
+        [](gpointer data) -> gboolean {
+            static_cast<App*>(data)->tick();
+            return TRUE;
+        },
+        &app());
+    app().open_overlay(App::Overlay::Message, "t");
+    EXPECT_TRUE(paints());  // once, for the dialogue
+    EXPECT_FALSE(paints());
+    app().close_overlay();
+    focus(false);
+    pump_until([] { return false; }, 0.3);
+    EXPECT_FALSE(paints());
+}
+
+TEST_F(AppFrames, flashes_and_the_held_band_are_kept_in_motion) {
+    start_quiet();
+    for (double App::*until :
+         {&App::m_flash_until, &App::m_reload_flash_until, &App::m_progress_hold_until}) {
+        app().*until = App::now_seconds() + 100;
+        EXPECT_TRUE(paints());
+        EXPECT_TRUE(paints());
+        app().*until = 0;
+        pump_until([] { return false; }, 0.2);
+        EXPECT_FALSE(paints());
+    }
+    // The frame at which a flash is over is painted too, and ends it.
+    app().m_flash_until = App::now_seconds() + 0.1;
+    ASSERT_TRUE(pump_until([this] { return app().m_flash_until == 0; }, 2));
+    app().m_reload_flash_until = App::now_seconds() + 0.1;
+    ASSERT_TRUE(pump_until([this] { return app().m_reload_flash_until == 0; }, 2));
+}
+
+TEST_F(AppFrames, running_work_is_painted_all_the_time) {
+    start_quiet();
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+        while (reporter.keep_going())
+            g_usleep(1000);
+    }));
+    app().m_bgtask_was_running = true;
+    EXPECT_TRUE(paints());
+    EXPECT_TRUE(paints());
+    BgTask::instance().cancel();
+    ASSERT_TRUE(settle());
 }
 
 // --- Tick: transfers --------------------------------------------------------------------------

@@ -39,6 +39,10 @@ Program::~Program() {
         continue;
 }
 
+std::string Program::path() {
+    return FERRODECK_PROGRAM;
+}
+
 void Program::write_settings(const std::string& text) {
     make_dirs(m_home / "config/Ferrodeck");
     write_file(settings_path(), text);
@@ -47,7 +51,7 @@ void Program::write_settings(const std::string& text) {
 void Program::start(const std::vector<std::string>& arguments, const std::string& working_dir) {
     make_dirs(m_home / "home");
     make_dirs(m_home / "config");
-    std::vector<std::string> words = {FERRODECK_PROGRAM};
+    std::vector<std::string> words = {path()};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words)

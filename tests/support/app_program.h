@@ -18,6 +18,9 @@ class Program {
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
+    // Where the built program lies.
+    static std::string path();
+
     // Before start(): the text of settings.json.
     void write_settings(const std::string& text);
     void start(const std::vector<std::string>& arguments, const std::string& working_dir = {});
