@@ -4,12 +4,39 @@
 #include "fs_ops.h"
 #include "i18n.h"
 #include "logger.h"
+#include "open_files.h"
 #include "strutil.h"
 
 #include <cerrno>
+#include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
 
 namespace file_ops {
+
+namespace {
+
+// GIO's own call for this leaves no way to prepare the child, so its steps are taken one by one.
+bool launch_default_for_uri(const char* uri, GError** error) {
+    GFile* file = g_file_new_for_uri(uri);
+    GAppInfo* app = g_file_query_default_handler(file, nullptr, nullptr);
+    g_object_unref(file);
+    bool launched = false;
+    if (app && G_IS_DESKTOP_APP_INFO(app)) {
+        char* const text = g_strdup(uri);
+        GList* uris = g_list_append(nullptr, text);
+        launched = g_desktop_app_info_launch_uris_as_manager(
+            G_DESKTOP_APP_INFO(app), uris, nullptr, G_SPAWN_SEARCH_PATH,
+            [](gpointer) { open_files::restore_limit(); }, nullptr, nullptr, nullptr, error);
+        g_list_free_full(uris, g_free);
+    } else {
+        // In a sandbox it is the portal that launches, and no child of ours.
+        launched = g_app_info_launch_default_for_uri(uri, nullptr, error);
+    }
+    g_clear_object(&app);
+    return launched;
+}
+
+}  // namespace
 
 std::string validate_name(const std::string& dir, const std::string& name,
                           const std::string& current) {
@@ -50,7 +77,7 @@ bool start_clone(const std::vector<std::string>& paths, int threads) {
 std::string open_with_default_app(const std::string& path) {
     GError* error = nullptr;
     char* uri = g_filename_to_uri(path.c_str(), nullptr, &error);
-    const bool opened = uri && g_app_info_launch_default_for_uri(uri, nullptr, &error);
+    const bool opened = uri && launch_default_for_uri(uri, &error);
     g_free(uri);
     if (opened)
         return {};

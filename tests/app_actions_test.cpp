@@ -5,12 +5,14 @@
 #include "file_ops.h"
 #include "i18n.h"
 #include "logger.h"
+#include "open_files.h"
 #include "settings.h"
 #include "strutil.h"
 
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -921,6 +923,42 @@ TEST(FileOps, a_rename_never_replaces) {
     EXPECT_EQ(read_file(dir / "b"), "2");
     EXPECT_EQ(file_ops::rename_entry(dir / "a", "c"), "");
     EXPECT_EQ(read_file(dir / "c"), "1");
+}
+
+// Our own limit is raised; a program that counts on the session's would be misled by it.
+TEST(FileOps, a_launched_program_has_the_sessions_limit_of_open_files) {
+    const std::string apps = test_env::root() + "/home/.local/share/applications";
+    const std::string mark = test_env::root() + "/limits";
+    make_dirs(apps);
+    write_file(test_env::root() + "/limits.sh",
+               "#!/bin/sh\n{ ulimit -Sn; ulimit -Hn; } > " + mark + ".tmp\nmv " + mark + ".tmp " +
+                   mark + "\n",
+               0755);
+    write_file(apps + "/limits.desktop",
+               "[Desktop Entry]\nType=Application\nName=Limits\nExec=" + test_env::root() +
+                   "/limits.sh %f\nMimeType=text/plain;\n");
+    write_file(apps + "/mimeapps.list", "[Default Applications]\ntext/plain=limits.desktop\n");
+    const test_env::TempDir dir;
+    write_file(dir / "a.txt", "plain text\n");
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    ASSERT_GT(limit.rlim_max, 300U);
+    limit.rlim_cur = 300;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    open_files::raise_limit();
+    rlimit raised = {};
+    getrlimit(RLIMIT_NOFILE, &raised);
+    EXPECT_EQ(raised.rlim_cur, limit.rlim_max);
+    if (!file_ops::open_with_default_app(dir / "a.txt").empty())
+        GTEST_SKIP() << "no MIME database here, so the type of a text is not known";
+    for (int i = 0; i < 5000 && !exists(mark); ++i)
+        usleep(1000);
+    ASSERT_TRUE(exists(mark));
+    const std::string most =
+        limit.rlim_max == RLIM_INFINITY ? "unlimited" : std::to_string(limit.rlim_max);
+    EXPECT_EQ(read_file(mark), "300\n" + most + "\n");
+    getrlimit(RLIMIT_NOFILE, &raised);
+    EXPECT_EQ(raised.rlim_cur, limit.rlim_max);
 }
 
 }  // namespace
