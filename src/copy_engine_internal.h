@@ -4,6 +4,7 @@
 
 #include "copy_engine.h"
 
+#include <atomic>
 #include <sys/stat.h>
 
 namespace copy_engine {
@@ -20,6 +21,14 @@ inline constexpr const char* kIntoItself = "cannot copy a folder into itself";
 
 [[nodiscard]] inline fsops::FileId id_of(const struct stat& st) {
     return {st.st_dev, st.st_ino};
+}
+
+// Adds to a counter of bytes, which ends at the largest number as the sums of sizes do.
+inline void add_bytes(std::atomic<int64_t>& counter, int64_t bytes) {
+    int64_t before = counter.load(std::memory_order_relaxed);
+    while (!counter.compare_exchange_weak(before, fsops::add_sizes(before, bytes),
+                                          std::memory_order_relaxed)) {
+    }
 }
 
 // Opens a folder for openat() and its kin alone. -1 and errno on failure. A wake signal asks

@@ -136,7 +136,7 @@ std::vector<fsops::TreeSize> Engine::measure(const std::vector<std::string>& sou
         measured.push_back(fsops::measure_tree(without_trailing_slashes(source),
                                                [this] { return !m_cancel; }, {}));
         files += measured.back().files;
-        bytes += measured.back().bytes;
+        bytes = fsops::add_sizes(bytes, measured.back().bytes);
     }
     m_files_total = files;
     m_bytes_total = bytes;
@@ -212,7 +212,7 @@ bool Engine::try_rename(const std::string& source, const std::string& target,
             m_created.insert({moved.device, moved.inode});
     }
     m_files_done += measured.files;
-    m_bytes_done += measured.bytes;
+    add_bytes(m_bytes_done, measured.bytes);
     return true;
 }
 

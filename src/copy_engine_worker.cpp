@@ -114,7 +114,7 @@ void Engine::worker_thread(int slot) {
         worker.slot = slot;
         worker.on_progress = [this, &own, slot](int64_t bytes) {
             if (bytes > 0)
-                m_bytes_done += bytes;
+                add_bytes(m_bytes_done, bytes);
             note_slot_progress(slot);
             return !m_cancel && !own.timed_out.load();
         };
@@ -157,7 +157,7 @@ size_t Engine::next_task(int slot) {
         int64_t bytes = 0;
         while (own.end < m_queue.size() && own.end - own.next < kShareFiles &&
                m_queue[own.end].folder == folder && bytes <= kShareBytes) {
-            bytes += m_queue[own.end].size;
+            bytes = fsops::add_sizes(bytes, m_queue[own.end].size);
             ++own.end;
         }
         m_queue_pos = own.end;
@@ -192,7 +192,7 @@ bool Engine::take_task(Worker& worker) {
 
 void Engine::skip(Worker& worker) {
     ++m_files_done;
-    m_bytes_done += worker.task.size;
+    add_bytes(m_bytes_done, worker.task.size);
 }
 
 void Engine::fail_and_skip(Worker& worker, const std::string& path, const std::string& message,
@@ -299,7 +299,7 @@ Engine::Copied Engine::finish_attempt(Worker& worker, const std::string& target,
                                       const Attempt& result) {
     const FileTask& task = worker.task;
     if (result.hard_linked) {
-        m_bytes_done += task.size;
+        add_bytes(m_bytes_done, task.size);
         Log::debugf("hardlink %s → %s", target.c_str(), result.linked_to.c_str());
         return Copied::Yes;
     }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -268,11 +267,6 @@ void sort(std::vector<FsEntry>& entries, const SortOrder& order) {
     std::stable_sort(rows.get(), rows.get() + entries.size(),
                      [&](const Row& a, const Row& b) { return goes_before(a, b, order); });
     arrange(entries, rows.get());
-}
-
-int64_t add_sizes(int64_t a, int64_t b) {
-    int64_t sum = 0;
-    return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<int64_t>::max() : sum;
 }
 
 std::string permission_string(const FsEntry& entry) {

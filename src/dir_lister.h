@@ -52,10 +52,6 @@ struct SortOrder {
 // the direction; equal keys fall to the natural order of the names (file2 before file10).
 void sort(std::vector<FsEntry>& entries, const SortOrder& order);
 
-// The sum of two sizes. It ends at the largest number: two sparse files of the largest size that
-// there is are more than that.
-[[nodiscard]] int64_t add_sizes(int64_t a, int64_t b);
-
 // "drwxr-xr-x"; empty for the parent row.
 [[nodiscard]] std::string permission_string(const FsEntry& entry);
 

@@ -1,5 +1,6 @@
 #include "dir_lister.h"
 
+#include "fs_ops.h"
 #include "strutil.h"
 
 #include <cerrno>
@@ -139,7 +140,7 @@ void describe(const Place& place, FsEntry& entry, Listing& totals) {
         entry.kind = FsEntry::Kind::File;
         entry.size = found.size;
         ++totals.file_count;
-        totals.total_bytes = add_sizes(totals.total_bytes, found.size);
+        totals.total_bytes = fsops::add_sizes(totals.total_bytes, found.size);
     } else {
         entry.kind = FsEntry::Kind::Special;
         entry.size = 0;

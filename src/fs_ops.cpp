@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 
 namespace fsops {
 
@@ -32,6 +33,11 @@ bool is_transient(int code) {
 bool is_valid_name(const std::string& name) {
     return !name.empty() && name != "." && name != ".." && name.size() < 256 &&
            name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+}
+
+int64_t add_sizes(int64_t a, int64_t b) {
+    int64_t sum = 0;
+    return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<int64_t>::max() : sum;
 }
 
 std::string make_dirs(const std::string& path, uint32_t mode) {

@@ -117,6 +117,10 @@ struct FileId {
 // A name that a folder can hold: not empty, not "." or "..", no slash, no NUL, under 256 bytes.
 [[nodiscard]] bool is_valid_name(const std::string& name);
 
+// The sum of two sizes in bytes, neither negative. It ends at the largest number: sparse files may
+// be of any size, and two of the largest are more than that.
+[[nodiscard]] int64_t add_sizes(int64_t a, int64_t b);
+
 // --- Trees --------------------------------------------------------------------------------------
 
 using KeepGoing = std::function<bool()>;

@@ -182,7 +182,7 @@ class Measure {
     void count_file(const struct stat& st) {
         ++m_total.files;
         if (!S_ISLNK(st.st_mode))
-            m_total.bytes += st.st_size;
+            m_total.bytes = add_sizes(m_total.bytes, st.st_size);
     }
 
     // Makes a folder the current one. One that cannot be opened is counted where it stands.

@@ -1,5 +1,6 @@
 #include "pane.h"
 
+#include "fs_ops.h"
 #include "strutil.h"
 
 #include <algorithm>
@@ -320,7 +321,7 @@ int Pane::selected_count() const {
 int64_t Pane::selected_bytes() const {
     int64_t bytes = 0;
     for (const FsEntry* entry : action_entries())
-        bytes = dir_lister::add_sizes(bytes, std::max<int64_t>(entry->size, 0));
+        bytes = fsops::add_sizes(bytes, std::max<int64_t>(entry->size, 0));
     return bytes;
 }
 
@@ -366,7 +367,7 @@ void Pane::apply_filter() {
         if (entry.kind == FsEntry::Kind::File) {
             ++m_listing.file_count;
             m_listing.total_bytes =
-                dir_lister::add_sizes(m_listing.total_bytes, std::max<int64_t>(entry.size, 0));
+                fsops::add_sizes(m_listing.total_bytes, std::max<int64_t>(entry.size, 0));
         } else if (entry.kind == FsEntry::Kind::Dir) {
             ++m_listing.dir_count;
         }

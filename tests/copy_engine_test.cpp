@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -311,6 +312,28 @@ TEST(copy_engine, enough_space_is_no_warning_and_unknown_space_is_minus_one) {
     EXPECT_EQ(unknown.failures_total, 0U);
     EXPECT_EQ(logged_with("too small"), 0);
     EXPECT_EQ(read_file(fs / "f"), "12345");
+}
+
+TEST(copy_engine, sums_of_bytes_end_at_the_largest_number) {
+    const Tmpfs mount;
+    REQUIRE_MOUNT(mount);
+    constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
+    for (const char* folder : {"src/tree", "skipped", "copied", "moved"})
+        make_dirs(mount / folder);
+    for (const char* name : {"src/tree/a", "src/tree/b", "src/c", "src/d", "skipped/c"}) {
+        write_file(mount / name, "");
+        ASSERT_EQ(truncate((mount / name).c_str(), kMost), 0);
+    }
+    const std::vector<std::string> sources = {mount / "src/tree", mount / "src/c", mount / "src/d"};
+    for (const char* folder : {"skipped", "copied", "moved"}) {
+        const Operation op = std::strcmp(folder, "moved") == 0 ? Operation::Move : Operation::Copy;
+        const Progress progress = transfer(sources, mount / folder, op, ConflictAction::Skip);
+        EXPECT_EQ(progress.failures_total, 0U) << failure_text(progress);
+        EXPECT_EQ(progress.bytes_total, kMost) << folder;
+        EXPECT_EQ(progress.bytes_done, kMost) << folder;
+        EXPECT_EQ(progress.files_done, 4) << folder;
+        EXPECT_GT(progress.space_short, 0) << folder;
+    }
 }
 
 // --- Sources that cannot be taken ---------------------------------------------------------------

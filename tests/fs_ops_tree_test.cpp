@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <tuple>
@@ -94,6 +95,20 @@ TEST(fs_ops_tree, measures_whole_trees_without_following_links) {
         EXPECT_EQ(size.dirs, 5);
         EXPECT_EQ(size.unreadable, 0);
     }
+}
+
+// Sparse files may be of any size, and two of the largest are more than a number holds.
+TEST(fs_ops_tree, a_sum_of_sizes_ends_at_the_largest_number) {
+    const mounts_fixture::Tmpfs mount;
+    REQUIRE_MOUNT(mount);
+    constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
+    make_dirs(mount / "tree");
+    for (const char* name : {"tree/a", "tree/b", "tree/c"}) {
+        write_file(mount / name, "");
+        ASSERT_EQ(truncate((mount / name).c_str(), kMost), 0) << std::strerror(errno);
+    }
+    EXPECT_EQ(measure(mount / "tree").bytes, kMost);
+    EXPECT_EQ(measure(mount / "tree").files, 3);
 }
 
 TEST(fs_ops_tree, folders_without_rights_are_counted_as_unreadable) {
