@@ -479,7 +479,10 @@ std::string remove_recursive(const std::string& path, const std::function<void()
 }
 
 RawListing list_dir_raw(const std::string& path) {
-    DIR* dir = opendir(path.c_str());
+    DIR* dir = nullptr;
+    do {
+        dir = opendir(path.c_str());
+    } while (!dir && errno == EINTR);
     return dir ? read_listing(dir, path) : failed_listing(path, errno);
 }
 

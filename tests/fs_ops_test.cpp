@@ -502,6 +502,17 @@ TEST(fs_ops, a_listing_that_breaks_off_is_an_error_and_keeps_what_it_read) {
     EXPECT_EQ(fsops::last_error_code(), EXDEV);
 }
 
+TEST(fs_ops, a_listing_opens_again_what_a_signal_interrupted) {
+    REQUIRE_SHIM(SYS_openat);
+    const TempDir dir;
+    write_file(dir / "f", "x");
+    shim::fail(SYS_openat, EINTR, 1, 2, shim::path_ends(1, dir.path()));
+    const fsops::RawListing listing = fsops::list_dir_raw(dir.path());
+    shim::clear();
+    EXPECT_EQ(listing.error, "");
+    EXPECT_EQ(listing.entries.size(), 1U);
+}
+
 TEST(fs_ops, a_listing_of_an_open_folder_leaves_the_descriptor_open) {
     const TempDir dir;
     write_file(dir / "\xff\n", "");
