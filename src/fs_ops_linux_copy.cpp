@@ -319,8 +319,11 @@ class Copy {
             Region region{pos, m_size};
             const off_t data = lseek(m_source, pos, SEEK_DATA);
             if (data >= 0) {
-                const off_t hole = lseek(m_source, data, SEEK_HOLE);
-                region = {data, hole < 0 ? m_size : hole};
+                // An answer that leads nowhere, or back, would keep us here for ever.
+                region.start = std::max<int64_t>(data, pos);
+                const off_t hole = lseek(m_source, region.start, SEEK_HOLE);
+                if (hole > region.start)
+                    region.end = hole;
             } else if (errno == ENXIO) {
                 break;  // nothing but a hole from here on
             }

@@ -544,6 +544,30 @@ TEST(fs_ops_copy, a_bad_sector_where_holes_are_looked_for_shows_as_the_error_of_
     EXPECT_FALSE(exists(dir / "b"));
 }
 
+// A file system that answers nonsense: data before the place where it was asked for, a hole at the
+// very place where data begins. The copy went round for ever, and nobody asked it to stop.
+TEST(fs_ops_copy, nonsense_about_holes_ends_in_a_whole_copy) {
+    REQUIRE_SHIM(SYS_lseek);
+    const TempDir dir;
+    make_sparse(dir / "a", 4 * kMiB, {0, 3 * kMiB});
+    for (const int whence : {SEEK_DATA, SEEK_HOLE}) {
+        constexpr int kEnough = 1000;
+        int asked = 0;
+        shim::rule(
+            SYS_lseek,
+            [&](const shim::Call& call) {
+                if (++asked > kEnough)
+                    return shim::go();
+                return shim::give(whence == SEEK_DATA ? 0 : static_cast<int64_t>(call.args[1]));
+            },
+            [=](const shim::Call& call) { return call.args[2] == static_cast<uint64_t>(whence); });
+        EXPECT_EQ(copy(dir / "a", dir / "b"), "");
+        shim::clear();
+        EXPECT_LT(asked, kEnough);
+        expect_same(dir / "a", dir / "b");
+    }
+}
+
 // --- Preallocation ------------------------------------------------------------------------------
 
 TEST(fs_ops_copy, only_dense_files_above_a_mebibyte_are_preallocated) {
