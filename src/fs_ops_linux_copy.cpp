@@ -187,13 +187,25 @@ class Copy {
         return open_source() && clear_target() && create_target();
     }
 
+    [[nodiscard]] bool source_is_regular() const {
+        struct stat st = {};
+        return fstatat(m_job.source.dir_fd, m_job.source.name, &st,
+                       m_job.follow_source ? 0 : AT_SYMLINK_NOFOLLOW) == 0 &&
+               S_ISREG(st.st_mode);
+    }
+
     bool open_source() {
         // O_NONBLOCK: a pipe may have taken the file's place, and opening one waits for a writer.
         // It means nothing to a regular file.
-        const int flags =
-            O_RDONLY | O_CLOEXEC | O_NONBLOCK | (m_job.follow_source ? 0 : O_NOFOLLOW);
+        int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | (m_job.follow_source ? 0 : O_NOFOLLOW);
         while ((m_source = openat(m_job.source.dir_fd, m_job.source.name, flags)) < 0) {
             const int code = errno;
+            // A file server holds a lease on it. The kernel has asked for it, and waits until it
+            // is given up if we let it.
+            if (code == EAGAIN && (flags & O_NONBLOCK) && source_is_regular()) {
+                flags &= ~O_NONBLOCK;
+                continue;
+            }
             if (code != EINTR)
                 return fail_source(code);
             if (!going(0))

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -22,6 +23,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -255,6 +257,36 @@ TEST(fs_ops_copy, a_source_without_rights_leaves_the_target_alone) {
         EXPECT_EQ(fsops::last_error_code(), EACCES);
         EXPECT_EQ(read_file(dir / "b"), "old");
     }));
+}
+
+// A file server holds a lease on it and gives it up when asked, which takes a moment.
+TEST(fs_ops_copy, a_source_under_a_lease_is_waited_for) {
+    const Tmpfs mount;
+    REQUIRE_MOUNT(mount);
+    write_file(mount / "a", pattern(10'000));
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t holder = fork();
+    if (holder == 0) {
+        signal(SIGIO, SIG_IGN);
+        const int fd = open((mount / "a").c_str(), O_RDWR | O_CLOEXEC);
+        const char held = fcntl(fd, F_SETLEASE, F_WRLCK) == 0 ? 'y' : 'n';
+        (void)!write(ready[1], &held, 1);
+        usleep(1'500'000);
+        fcntl(fd, F_SETLEASE, F_UNLCK);
+        _exit(0);
+    }
+    char held = 'n';
+    ASSERT_EQ(read(ready[0], &held, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+    if (held == 'y') {
+        EXPECT_EQ(copy(mount / "a", mount / "b"), "");
+        expect_same(mount / "a", mount / "b");
+    }
+    waitpid(holder, nullptr, 0);
+    if (held != 'y')
+        GTEST_SKIP() << "no leases here";
 }
 
 TEST(fs_ops_copy, a_target_that_cannot_be_made_carries_its_own_path) {
