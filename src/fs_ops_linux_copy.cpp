@@ -33,6 +33,7 @@ namespace {
 constexpr int64_t kChunk = 1048576;             // bytes moved between two signs of life
 constexpr int64_t kPreallocateAbove = 1048576;  // bytes; below, it costs more than it saves
 constexpr int64_t kReadAhead = 131072;          // bytes that the kernel fetches unasked
+constexpr int kTries = 5;                       // of a call that signals interrupt
 constexpr const char* kNotRegular = "not a regular file (pipe, socket or device)";
 
 std::atomic<bool> cfr_supported{true};
@@ -460,30 +461,54 @@ class Copy {
 
     // Makes a hole at the end real, mends a source that shrank, cuts off a preallocation.
     bool truncate_target() {
-        while (ftruncate(m_target, m_size) != 0) {
+        bool done = false;
+        const bool may_go_on = last_call([&] {
+            const int result = ftruncate(m_target, m_size);
+            done = result == 0;
+            return result;
+        });
+        return may_go_on && (done || lengthen_target());
+    }
+
+    // Where no length can be set, a last byte sets it. It is zero in a hole, and in the padding of
+    // a source that shrank.
+    bool lengthen_target() {
+        struct stat st = {};
+        if (fstat(m_target, &st) == 0 && st.st_size >= m_size)
+            return true;
+        while (pwrite(m_target, "", 1, m_size - 1) != 1) {
             const int code = errno;
-            if (code == EINTR && going(0))
-                continue;
-            if (code == EINTR)
+            if (code != EINTR)
+                return fail_target(code);
+            if (!going(0))
                 return stop();
-            return !means_lost_data(code) || fail_target(code);
         }
         return true;
     }
 
     bool set_mode_and_times() {
         const mode_t mode = mode_for_copy(m_source_stat, m_target_stat);
-        if (mode != (m_target_stat.st_mode & 07777) && fchmod(m_target, mode) != 0 &&
-            !may_ignore(errno))
+        if (mode != (m_target_stat.st_mode & 07777) &&
+            !last_call([&] { return fchmod(m_target, mode); }))
             return false;
         const struct timespec times[2] = {m_source_stat.st_atim, m_source_stat.st_mtim};
-        return futimens(m_target, times) == 0 || may_ignore(errno);
+        return last_call([&] { return futimens(m_target, times); });
     }
 
-    // Whether a copy is good although mode or times could not be put on. It ends here if not.
-    bool may_ignore(int code) {
-        if (code == EINTR && !going(0))
-            return stop();
+    // Makes one of the calls without which a copy may still be good. It ends here if not. A signal
+    // spoils one call, yet nobody waits here for ever.
+    template <typename LastCall>
+    bool last_call(LastCall call) {
+        int code = 0;
+        for (int tries = 0; tries < kTries; ++tries) {
+            if (call() == 0)
+                return true;
+            code = errno;
+            if (code != EINTR)
+                break;
+            if (!going(0))
+                return stop();
+        }
         return !means_lost_data(code) || fail_target(code);
     }
 
@@ -509,7 +534,6 @@ class Copy {
     // Removes what this copy created, if the name still means that file. A signal spoils one call:
     // a user who cancels twice gets no half file for it. Yet nobody waits here for ever.
     void remove_own_target() {
-        constexpr int kTries = 5;
         for (int tries = 0; tries < kTries; ++tries) {
             struct stat st = {};
             if (fstatat(m_job.target.dir_fd, m_job.target.name, &st, AT_SYMLINK_NOFOLLOW) == 0) {

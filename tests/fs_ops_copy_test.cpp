@@ -988,6 +988,40 @@ TEST(fs_ops_copy, a_stop_at_the_last_calls_leaves_no_target) {
     }
 }
 
+// A signal that is meant for somebody else spoils one call; mode and times belong to the copy.
+TEST(fs_ops_copy, interrupted_last_calls_are_made_again) {
+    REQUIRE_SHIM(SYS_fchmod, SYS_utimensat, SYS_ftruncate);
+    const TempDir dir;
+    make_sparse(dir / "a", 3 * kMiB, {0});
+    chmod((dir / "a").c_str(), 0666);
+    set_times(dir / "a", 1'000'000'000, 1'100'000'000, 123'456'789);
+    for (const long number : {SYS_fchmod, SYS_utimensat, SYS_ftruncate}) {
+        shim::fail(number, EINTR, 1, 2);
+        EXPECT_EQ(copy(dir / "a", dir / "target"), "");
+        EXPECT_EQ(shim::calls(number), 3);
+        shim::clear();
+        expect_same(dir / "a", dir / "target");
+    }
+}
+
+// The hole at the end was missing from the copy, and nobody was told.
+TEST(fs_ops_copy, a_hole_at_the_end_arrives_where_no_length_can_be_set) {
+    REQUIRE_SHIM(SYS_ftruncate, SYS_pwrite64);
+    const TempDir dir;
+    make_sparse(dir / "a", 3 * kMiB, {0});
+    for (const int code : kTrifles) {
+        shim::fail(SYS_ftruncate, code);
+        EXPECT_EQ(copy(dir / "a", dir / "target"), "");
+        shim::clear();
+        expect_same(dir / "a", dir / "target");
+    }
+    shim::fail(SYS_ftruncate, EOPNOTSUPP);
+    shim::fail(SYS_pwrite64, EPERM);
+    EXPECT_EQ(copy(dir / "a", dir / "target"), text(dir / "target", EPERM));
+    shim::clear();
+    EXPECT_FALSE(exists(dir / "target"));
+}
+
 // A second signal, of a user who presses twice, must not leave half a file.
 TEST(fs_ops_copy, an_interrupted_removal_is_tried_again) {
     REQUIRE_SHIM(SYS_unlinkat, SYS_newfstatat);
