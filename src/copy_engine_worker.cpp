@@ -309,10 +309,13 @@ Engine::Copied Engine::finish_attempt(Worker& worker, const std::string& target,
                     static_cast<long long>(task.size));
     }
     // A torn copy may be taken away again, and is not what the other names stand for.
-    if (task.multi_linked && !worker.torn && worker.target_id != fsops::FileId()) {
+    // Nor is one of a file that has taken this name since the listing.
+    const fsops::FileId group{task.device, task.inode};
+    if (task.multi_linked && !worker.torn && worker.target_id != fsops::FileId() &&
+        worker.source_id == group) {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_written_inodes[{task.device, task.inode}] = {target, worker.target_id, worker.source_size,
-                                                       worker.source_mtime};
+        m_written_inodes[group] = {target, worker.target_id, worker.source_size,
+                                   worker.source_mtime};
     }
     if (number > 1) {
         ++m_retried;
@@ -402,15 +405,17 @@ void Engine::attempt_symlink(Worker& worker, const std::string& target, bool& re
     const int source_fd = worker.folder.source_fd();
     const int target_fd = worker.folder.target_fd();
     const std::string& source = worker.task.source;
-    std::string text;
-    result.error = fsops::read_link_at(source_fd, name_in(source), source, text);
-    if (!result.error.empty())
-        return;
+    // Before its text is read: a link that takes its place meanwhile is another one, which a move
+    // must not remove.
     struct stat from = {};
     if (fstatat(source_fd, name_in(source), &from, AT_SYMLINK_NOFOLLOW) != 0) {
         result.error = fsops::err_from(source);
         return;
     }
+    std::string text;
+    result.error = fsops::read_link_at(source_fd, name_in(source), source, text);
+    if (!result.error.empty())
+        return;
     if (replace) {
         struct stat old = {};
         if (fstatat(target_fd, name_in(target), &old, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -443,20 +448,24 @@ void Engine::attempt_symlink(Worker& worker, const std::string& target, bool& re
 bool Engine::attempt_hard_link(Worker& worker, const std::string& target, bool& replace,
                                Attempt& result) {
     const FileTask& task = worker.task;
+    const fsops::FileId group{task.device, task.inode};
     WrittenFile written;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        const auto known = m_written_inodes.find({task.device, task.inode});
+        const auto known = m_written_inodes.find(group);
         if (known == m_written_inodes.end())
             return false;
         written = known->second;
     }
+    struct stat st = {};
+    // Another file may have taken this name since the listing.
+    if (fstatat(worker.folder.source_fd(), name_in(task.source), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+        id_of(st) != group)
+        return false;
     const int fd = worker.folder.target_fd();
     const char* name = name_in(target);
-    struct stat st = {};
     if (replace) {
-        if (fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
-            id_of(st) == fsops::FileId{task.device, task.inode})
+        if (fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && id_of(st) == group)
             return false;  // the copy says that they are the same file
         if (unlinkat(fd, name, 0) == 0)
             replace = false;
@@ -478,7 +487,7 @@ bool Engine::attempt_hard_link(Worker& worker, const std::string& target, bool& 
         return result.name_taken;
     }
     worker.target_id = written.target_id;
-    worker.source_id = {task.device, task.inode};
+    worker.source_id = group;
     worker.source_size = written.source_size;
     worker.source_mtime = written.source_mtime;
     result.hard_linked = true;

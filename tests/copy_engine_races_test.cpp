@@ -503,6 +503,82 @@ TEST(copy_engine_races, a_second_name_is_not_tied_to_a_copy_that_ended_early) {
     }
 }
 
+// Between the listing and the copy another file took the place of one of the two names. The group's
+// other name got its bytes, or it got the group's.
+TEST(copy_engine_races, a_second_name_is_not_tied_to_what_has_taken_a_names_place) {
+    REQUIRE_SHIM(SYS_openat);
+    for (const bool first_is_replaced : {true, false}) {
+        const Ground ground;
+        make_dirs(ground.from("tree"));
+        write_file(ground.from("tree/a"), "the group's");
+        ASSERT_EQ(link(ground.from("tree/a").c_str(), ground.from("tree/b").c_str()), 0);
+        write_file(ground.from("new"), "another's");
+        std::string replaced;
+        std::string kept;
+        shim::rule(
+            SYS_openat,
+            [&](const shim::Call& call) {
+                if (replaced.empty()) {
+                    const bool is_a = call.arg_text(1) == "a";
+                    replaced = is_a == first_is_replaced ? "tree/a" : "tree/b";
+                    kept = is_a == first_is_replaced ? "tree/b" : "tree/a";
+                    rename(ground.from("new").c_str(), ground.from(replaced).c_str());
+                }
+                return shim::go();
+            },
+            [](const shim::Call& call) {
+                return !is_creation(call) && (call.arg_text(1) == "a" || call.arg_text(1) == "b");
+            });
+        EngineRun run{{ground.from("tree")}, ground.dst};
+        run.threads = 1;
+        const Progress progress = run_engine(run);
+        shim::clear();
+        ASSERT_NE(replaced, "");
+        EXPECT_EQ(progress.failures_total, 0U) << failure_text(progress);
+        EXPECT_EQ(read_file(ground.to(replaced)), "another's") << first_is_replaced;
+        EXPECT_EQ(read_file(ground.to(kept)), "the group's") << first_is_replaced;
+    }
+}
+
+// A link was replaced after its text had been read: the move took the new one away.
+TEST(copy_engine_races, a_link_that_is_replaced_while_it_is_moved_is_not_lost) {
+    REQUIRE_SHIM(SYS_readlinkat, SYS_newfstatat);
+    const mounts_fixture::Tmpfs mount;
+    REQUIRE_MOUNT(mount);
+    const Ground ground;
+    ASSERT_EQ(symlink("old", ground.from("l").c_str()), 0);
+    ASSERT_EQ(symlink("new", ground.from("other").c_str()), 0);
+    bool has_read = false;
+    bool replaced = false;
+    shim::rule(
+        SYS_readlinkat,
+        [&](const shim::Call&) {
+            has_read = true;
+            return shim::go();
+        },
+        [](const shim::Call& call) { return call.arg_text(1) == "l"; });
+    shim::rule(
+        SYS_newfstatat,
+        [&](const shim::Call&) {
+            if (has_read && !replaced) {
+                replaced = true;
+                rename(ground.from("other").c_str(), ground.from("l").c_str());
+            }
+            return shim::go();
+        },
+        [](const shim::Call& call) { return call.arg_text(1) == "l"; });
+    EngineRun run{{ground.from("l")}, mount.path()};
+    run.op = Operation::Move;
+    run.threads = 1;
+    const Progress progress = run_engine(run);
+    shim::clear();
+    ASSERT_TRUE(replaced);
+    char text[16] = "";
+    const std::string where = exists(ground.from("l")) ? ground.from("l") : mount / "l";
+    EXPECT_EQ(readlink(where.c_str(), text, sizeof text), 3);
+    EXPECT_STREQ(text, "new") << failure_text(progress);
+}
+
 // What the listing could not look at may be anything, and opening a device may act.
 TEST(copy_engine_races, an_entry_that_could_not_be_looked_at_is_looked_at_before_it_is_opened) {
     REQUIRE_SHIM(SYS_newfstatat, SYS_openat);
