@@ -265,6 +265,7 @@ class Engine {
     void wait_for_creators(int slot) const;
     // m_mutex is held.
     [[nodiscard]] bool is_of_this_run(const std::string& target, fsops::FileId id) const;
+    [[nodiscard]] bool is_folder_in_use(fsops::FileId id) const;
     [[nodiscard]] std::string reserve_unique_name(const std::string& dir, const std::string& name);
 
     // The one lock, held for short sections. Copying, sleeping and walking happen outside it.

@@ -81,7 +81,8 @@ Engine::Standing Engine::claim_old_file(int slot, const std::string& target, boo
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             fsops::FileId& own = m_replacing[static_cast<size_t>(slot)];
-            if (!there.exists || is_of_this_run(target, id)) {
+            if (!there.exists || is_of_this_run(target, id) ||
+                (there.is_dir && is_folder_in_use(id))) {
                 own = {};
                 return there.exists ? Standing::Ours : Standing::Nothing;
             }
@@ -110,6 +111,12 @@ bool Engine::is_of_this_run(const std::string& target, fsops::FileId id) const {
             return true;
     }
     return false;
+}
+
+// Whether files of this run go into a folder, be it a new one or an old one.
+bool Engine::is_folder_in_use(fsops::FileId id) const {
+    return std::any_of(m_folders.begin(), m_folders.end(),
+                       [id](const Folder& folder) { return folder.target_id == id; });
 }
 
 // --- The answers

@@ -558,6 +558,28 @@ TEST(copy_engine_conflict, a_file_of_this_run_is_asked_about_and_overwrite_keeps
     EXPECT_EQ(read_file(ground.to("f.1")), "second");
 }
 
+// The folder is being filled by this run, so it neither steps aside nor is it overwritten.
+TEST(copy_engine_conflict, a_folder_of_this_run_does_not_make_room_for_a_file) {
+    for (const ConflictAction action :
+         {ConflictAction::Overwrite, ConflictAction::RenameExisting}) {
+        for (const bool was_there : {false, true}) {
+            const Ground ground;
+            make_dirs(ground.from("1/n/sub"));
+            make_dirs(ground.from("2"));
+            write_file(ground.from("1/n/f"), "first");
+            write_file(ground.from("1/n/sub/g"), "deep");
+            write_file(ground.from("2/n"), "second");
+            if (was_there)
+                make_dirs(ground.to("n"));
+            const Outcome outcome = transfer(ground, {"1/n", "2/n"}, action, Way::Default);
+            EXPECT_EQ(outcome.progress.failures_total, 0U) << failure_text(outcome.progress);
+            EXPECT_TRUE(exists(ground.to("n/f")) && read_file(ground.to("n/f")) == "first");
+            EXPECT_TRUE(exists(ground.to("n/sub/g")));
+            EXPECT_TRUE(S_ISREG(lstat_of(ground.to("n.1")).st_mode));
+        }
+    }
+}
+
 TEST(copy_engine_conflict, a_target_that_folds_case_loses_nothing) {
     faultfs::Options options;
     options.fold_case = true;
