@@ -216,7 +216,7 @@ class Engine {
     void enter_folder(Scan& scan, const Level& level);
     [[nodiscard]] bool open_target_folder(Scan& scan, const Level& level, uint32_t mode,
                                           Folder& folder);
-    void queue_entries(Scan& scan, const Folder& folder, int source_fd);
+    bool queue_entries(Scan& scan, const Folder& folder, int source_fd);
     void enqueue(FileTask task);
     const Folder* add_folder(Folder folder);
     [[nodiscard]] const Folder* parent_folder(Scan& scan, const std::string& source);

@@ -381,11 +381,10 @@ void Engine::enter_folder(Scan& scan, const Level& level) {
     if (!open_target_folder(scan, level, readable ? st.st_mode & 07777 : kModeOfUnknown, folder))
         return;
     const Folder* added = add_folder(std::move(folder));
-    scan.visited.push_back(added);
     if (!readable)
         note_failure(level.source, fsops::err_from(level.source, open_error), "", 1, 0);
-    else
-        queue_entries(scan, *added, source.get());
+    else if (queue_entries(scan, *added, source.get()))
+        scan.visited.push_back(added);  // others stay where they are, also if they are empty
 }
 
 // Finds or makes a target folder; fills in its identity, and its mode if it is new. A failure is
@@ -421,12 +420,13 @@ bool Engine::open_target_folder(Scan& scan, const Level& level, uint32_t mode, F
     return true;
 }
 
-void Engine::queue_entries(Scan& scan, const Folder& folder, int source_fd) {
+// False, with the failure noted, when the folder cannot be listed.
+bool Engine::queue_entries(Scan& scan, const Folder& folder, int source_fd) {
     fsops::RawListing listing =
         fsops::list_dir_raw_at(source_fd, folder.source, [this] { return !m_cancel; });
     if (!listing.error.empty()) {
         note_failure(folder.source, listing.error, "", 1, 0);
-        return;
+        return false;
     }
     for (const fsops::RawEntry& entry : listing.entries) {
         std::string source = su::join_path(folder.source, entry.name);
@@ -453,6 +453,7 @@ void Engine::queue_entries(Scan& scan, const Folder& folder, int source_fd) {
         }
         enqueue(std::move(task));
     }
+    return true;
 }
 
 }  // namespace copy_engine

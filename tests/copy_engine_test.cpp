@@ -831,6 +831,21 @@ TEST(copy_engine, a_listing_that_fails_is_told_whenever_it_fails) {
     }
 }
 
+// Told as a failure, and yet it was gone: an empty folder can be removed without being read.
+TEST(copy_engine, a_move_keeps_a_folder_that_it_could_not_list) {
+    FaultFs fs;
+    REQUIRE_MOUNT(fs);
+    make_dirs(fs / "tree/bad");
+    write_file(fs / "tree/other", "x");
+    fs.set(faultfs::fail("opendir", EACCES, 1, -1, "bad"));
+    const TempDir target;
+    const Progress progress = transfer({fs / "tree"}, target.path(), Operation::Move);
+    expect_one_failure(progress, fs / "tree/bad", text(fs / "tree/bad", EACCES), "", 1, 0);
+    EXPECT_TRUE(exists(fs.backing() + "/tree/bad"));
+    EXPECT_FALSE(exists(fs.backing() + "/tree/other"));
+    EXPECT_EQ(read_file(target / "tree/other"), "x");
+}
+
 TEST(copy_engine, folders_of_mode_0555_are_copied_whole_by_an_ordinary_user) {
     const TempDir dir;
     as_user::give(dir.path());
