@@ -248,6 +248,7 @@ class Engine {
                   int attempts, int code);
     void remove_moved_source(Worker& worker, const std::string& target);
     [[nodiscard]] bool target_folder_stands(std::string& message) const;
+    [[nodiscard]] bool await_target_folder(int slot, std::string& message, int& attempts);
     void remember_created(int slot, fsops::FileId id);
 
     // --- Conflicts (copy_engine_conflict.cpp)
@@ -313,6 +314,7 @@ class Engine {
     // The target folder, held open so that it stays what it is. Written by the scanner before the
     // first task is queued, constant afterwards.
     int m_target_fd = -1;
+    int m_target_error = 0;  // errno of what kept it from being opened
     fsops::FileId m_target_id;
 
     // Guarded by m_mutex.

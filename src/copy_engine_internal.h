@@ -48,6 +48,8 @@ class Engine::OpenFolder {
     // Makes `folder` the open one. The error text (with its code in last_error_code()), or empty.
     // going: as for open_folder().
     [[nodiscard]] std::string enter(const Folder& folder, const fsops::CopyProgress& going);
+    // Lets go of the descriptors: the next enter() opens the folder anew.
+    void leave() { close_both(); }
     [[nodiscard]] int source_fd() const { return m_source_fd; }
     [[nodiscard]] int target_fd() const { return m_target_fd; }
 

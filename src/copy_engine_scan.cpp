@@ -121,9 +121,9 @@ void Engine::scan_thread(const std::vector<std::string>& sources) {
 void Engine::open_target(const fsops::CopyProgress& going) {
     m_target_fd = open_folder(AT_FDCWD, m_target_dir.c_str(), true, going);
     struct stat st = {};
-    m_target_id = {};
-    if (m_target_fd >= 0 && fstat(m_target_fd, &st) == 0)
-        m_target_id = id_of(st);
+    const bool opened = m_target_fd >= 0 && fstat(m_target_fd, &st) == 0;
+    m_target_error = opened ? 0 : errno;
+    m_target_id = id_of(st);
 }
 
 std::vector<fsops::TreeSize> Engine::measure(const std::vector<std::string>& sources) {
@@ -162,8 +162,9 @@ bool Engine::scan_source(Scan& scan, const std::string& source, const fsops::Tre
         return true;
     std::string target = su::join_path(m_target_dir, name);
     bool reserved = false;
-    if (std::string message; !target_folder_stands(message)) {
-        note_failure(source, message, target, 1, fsops::last_error_code());
+    int attempts = 1;
+    if (std::string message; !await_target_folder(-1, message, attempts)) {
+        note_failure(source, message, target, attempts, fsops::last_error_code());
         return true;
     }
     if (source == target && m_default_action == ConflictAction::RenameNew) {
@@ -351,12 +352,13 @@ void Engine::enter_folder(Scan& scan, const Level& level) {
         return;
     }
     std::string message;
+    int attempts = 1;
     if (level.parent)
         message = scan.folder.enter(*level.parent, scan.going);
     else
-        static_cast<void>(target_folder_stands(message));
+        static_cast<void>(await_target_folder(-1, message, attempts));
     if (!message.empty()) {
-        note_failure(level.source, message, level.target, 1, fsops::last_error_code());
+        note_failure(level.source, message, level.target, attempts, fsops::last_error_code());
         return;
     }
     const Descriptor source(

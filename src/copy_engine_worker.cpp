@@ -81,6 +81,10 @@ void Engine::OpenFolder::close_both() {
 
 // A mount that vanishes uncovers the folder below it, which must not be filled in its place.
 bool Engine::target_folder_stands(std::string& message) const {
+    if (m_target_error != 0) {
+        message = fsops::err_from(m_target_dir, m_target_error);
+        return false;
+    }
     struct stat st = {};
     if (stat(m_target_dir.c_str(), &st) != 0) {
         message = fsops::err_from(m_target_dir);
@@ -91,6 +95,25 @@ bool Engine::target_folder_stands(std::string& message) const {
     static_cast<void>(fsops::err_from(m_target_dir, ENOENT));
     message = m_target_dir + ": " + kFolderChanged;
     return false;
+}
+
+// The same, with as many looks as a copy has attempts: a server that is away for a moment costs no
+// file. slot: the worker, or -1 for the scanner. attempts is a result.
+bool Engine::await_target_folder(int slot, std::string& message, int& attempts) {
+    for (attempts = 1;; ++attempts) {
+        message.clear();
+        if (target_folder_stands(message))
+            return true;
+        if (slot >= 0 && m_slots[static_cast<size_t>(slot)].timed_out.exchange(false) &&
+            !m_cancel) {
+            message = kTimedOut;
+            return false;
+        }
+        if (attempts == kAttempts || m_cancel || m_target_error != 0 ||
+            !fsops::is_transient(fsops::last_error_code()))
+            return false;
+        sleep_milliseconds(kWaitMilliseconds[static_cast<size_t>(attempts)]);
+    }
 }
 
 void Engine::remember_created(int slot, fsops::FileId id) {
@@ -206,10 +229,10 @@ void Engine::fail_and_skip(Worker& worker, const std::string& path, const std::s
 void Engine::process(Worker& worker) {
     const FileTask& task = worker.task;
     std::string message;
-    if (!target_folder_stands(message)) {
-        if (m_slots[static_cast<size_t>(worker.slot)].timed_out.exchange(false) && !m_cancel)
-            message = kTimedOut;
-        fail_and_skip(worker, task.source, message, task.target);
+    int attempts = 1;
+    if (!await_target_folder(worker.slot, message, attempts)) {
+        report(worker, task.target, message, attempts, fsops::last_error_code());
+        skip(worker);
         return;
     }
     for (int phantoms = 0;;) {
@@ -266,6 +289,9 @@ Engine::Copied Engine::copy_one_with_retry(Worker& worker, const std::string& ta
         }
         Attempt result;
         attempt(worker, target, replace, result);
+        // Stale is what we hold; the path may lead to the folder again.
+        if (!result.error.empty() && fsops::last_error_code() == ESTALE)
+            worker.folder.leave();
         const bool woken = timed_out.exchange(false);
         if (result.name_taken)
             return Copied::NameTaken;

@@ -376,6 +376,18 @@ TEST(copy_engine_guard, a_target_that_is_not_there_fails_every_source) {
     EXPECT_TRUE(progress.finished);
 }
 
+TEST(copy_engine_guard, a_target_that_is_no_folder_says_so) {
+    const TempDir dir;
+    write_file(dir / "f", "x");
+    write_file(dir / "file", "content");
+    const Progress progress = run_engine({{dir / "f"}, dir / "file"});
+    ASSERT_EQ(progress.failures.size(), 1U) << failure_text(progress);
+    EXPECT_EQ(progress.failures[0].path, dir / "f");
+    EXPECT_EQ(progress.failures[0].message, dir / "file" + ": " + std::strerror(ENOTDIR));
+    EXPECT_EQ(progress.failures[0].code, ENOTDIR);
+    EXPECT_EQ(read_file(dir / "file"), "content");
+}
+
 TEST(copy_engine_guard, a_source_whose_server_dies_fails_and_the_run_ends) {
     FaultFs fs;
     REQUIRE_MOUNT(fs);

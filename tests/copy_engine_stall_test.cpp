@@ -187,6 +187,81 @@ TEST(copy_engine_retry, a_source_that_cannot_be_removed_is_told) {
     EXPECT_EQ(progress.files_copied, 1);
 }
 
+// The look at the target folder is tried as often as the copy itself, by the scanner and by the
+// workers.
+TEST(copy_engine_retry, a_target_folder_that_is_away_for_a_moment_costs_no_file) {
+    REQUIRE_SHIM(SYS_newfstatat);
+    const TempDir dir;
+    make_dirs(dir / "src/tree");
+    write_file(dir / "src/tree/f", "content");
+    write_file(dir / "src/g", "content");
+    for (const int nth : {1, 2, 3, 4, 5}) {
+        const TempDir target;
+        shim::fail(SYS_newfstatat, ETIMEDOUT, nth, 2,
+                   [path = target.path(), others = shim::not_this_thread()](const auto& call) {
+                       return others(call) && call.arg_text(1) == path;
+                   });
+        EngineRun run{{dir / "src/tree", dir / "src/g"}, target.path()};
+        run.threads = 1;
+        const Progress progress = run_engine(run);
+        shim::clear();
+        EXPECT_EQ(progress.failures_total, 0U) << nth << failure_text(progress);
+        EXPECT_TRUE(exists(target / "tree/f")) << nth;
+        EXPECT_TRUE(exists(target / "g")) << nth;
+    }
+}
+
+TEST(copy_engine_retry, a_target_folder_that_stays_away_is_told_after_three_looks) {
+    REQUIRE_SHIM(SYS_newfstatat);
+    const TempDir dir;
+    const TempDir target;
+    write_file(dir / "f", "content");
+    shim::fail(SYS_newfstatat, ETIMEDOUT, 2, -1,
+               [path = target.path(), others = shim::not_this_thread()](const auto& call) {
+                   return others(call) && call.arg_text(1) == path;
+               });
+    EngineRun run{{dir / "f"}, target.path()};
+    run.threads = 1;
+    const Progress progress = run_engine(run);
+    shim::clear();
+    expect_one_failure(progress, dir / "f", text(target.path(), ETIMEDOUT), target / "f", 3,
+                       ETIMEDOUT);
+    EXPECT_EQ(progress.files_done, 1);
+}
+
+// A server that was started anew knows the old handle of a folder no more; only the path helps.
+TEST(copy_engine_retry, a_stale_folder_is_opened_again) {
+    REQUIRE_SHIM(SYS_openat);
+    const TempDir dir;
+    const TempDir target;
+    make_dirs(dir / "tree");
+    write_file(dir / "tree/f", "content");
+    int opened = 0;
+    shim::rule(
+        SYS_openat,
+        [&](const shim::Call&) {
+            ++opened;
+            return shim::go();
+        },
+        [path = dir / "tree"](const shim::Call& call) {
+            return (call.args[2] & O_PATH) && call.arg_text(1) == path;
+        });
+    // The scanner has opened it once, the worker for its first attempt.
+    shim::rule(
+        SYS_openat,
+        [&](const shim::Call&) { return opened < 3 ? shim::refuse(ESTALE) : shim::go(); },
+        [](const shim::Call& call) {
+            return call.arg_text(1) == "f" && !(call.args[2] & O_CREAT);
+        });
+    EngineRun run{{dir / "tree"}, target.path()};
+    run.threads = 1;
+    const Progress progress = run_engine(run);
+    shim::clear();
+    EXPECT_EQ(progress.failures_total, 0U) << failure_text(progress);
+    EXPECT_EQ(progress.retried, 1);
+    EXPECT_EQ(read_file(target / "tree/f"), "content");
+}
+
 // --- A full target ------------------------------------------------------------------------------
 
 TEST(copy_engine_full, a_target_full_at_the_third_of_many_files_ends_the_run) {
