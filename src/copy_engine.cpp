@@ -272,21 +272,29 @@ void Engine::end_run() {
 // Removes an emptied source folder, if the name still leads to the folder that was walked: a link
 // put in its way meanwhile leads to another place's folders.
 void Engine::remove_moved_folder(const Folder& folder) const {
-    const std::string parent = su::parent_of(folder.source);
-    const int fd =
-        open_folder(AT_FDCWD, parent.c_str(), true, [this](int64_t) { return !m_cancel; });
-    if (fd < 0)
+    const fsops::CopyProgress going = [this](int64_t) { return !m_cancel; };
+    bool replaced = false;
+    const int own =
+        open_seen_folder(folder.source, folder.source_id, folder.source_below(), going, replaced);
+    if (own < 0)
         return;
+    const std::string parent = su::parent_of(folder.source);
+    const int fd = open_folder(AT_FDCWD, parent.c_str(), true, going);
     const char* name = name_in(folder.source);
+    struct stat seen = {};
     struct stat st = {};
-    if (fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && id_of(st) == folder.source_id)
+    if (fd >= 0 && fstat(own, &seen) == 0 && fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+        id_of(st) == id_of(seen))
         unlinkat(fd, name, AT_REMOVEDIR);
-    close(fd);
+    if (fd >= 0)
+        close(fd);
+    close(own);  // held so long, so that its number stays what it is
 }
 
 // Folders were made writable for us, so that also one of mode 0555 could be filled. Now they get
 // their own mode, deepest first, since a parent's may shut us out.
 void Engine::restore_folder_modes() {
+    const fsops::CopyProgress going = [this](int64_t) { return !m_cancel; };
     for (auto folder = m_folders.rbegin(); folder != m_folders.rend(); ++folder) {
         if (!folder->made_here)
             continue;
@@ -299,9 +307,21 @@ void Engine::restore_folder_modes() {
         if (fd < 0)
             continue;
         struct stat st = {};
-        if (fstat(fd, &st) == 0 && id_of(st) == folder->target_id &&
-            (st.st_mode & 07777) != folder->final_mode)
-            fchmod(fd, folder->final_mode);  // a file system without modes keeps its own
+        if (fstat(fd, &st) == 0 && (st.st_mode & 07777) != folder->final_mode) {
+            bool stands = id_of(st) == folder->target_id;
+            if (!stands) {
+                // Held meanwhile, the folder that is open keeps its number.
+                bool replaced = false;
+                const int seen = open_seen_folder(folder->target, folder->target_id,
+                                                  folder->target_below(), going, replaced);
+                struct stat now = {};
+                stands = seen >= 0 && fstat(seen, &now) == 0 && id_of(now) == id_of(st);
+                if (seen >= 0)
+                    close(seen);
+            }
+            if (stands)
+                fchmod(fd, folder->final_mode);  // a file system without modes keeps its own
+        }
         close(fd);
     }
 }

@@ -141,7 +141,13 @@ class Engine {
         fsops::FileId source_id;
         fsops::FileId target_id;
         uint32_t final_mode = 0;  // put on the target when the run ends
+        uint32_t level = 0;       // 1: the user named it; 0: files in it are what was named
         bool made_here = false;   // the run created the target
+
+        // How many of a path's last components were no links when the scanner went through them.
+        // A link at the target's top is the user's way of naming a folder.
+        [[nodiscard]] size_t source_below() const { return level; }
+        [[nodiscard]] size_t target_below() const { return level > 0 ? level - 1 : 0; }
     };
 
     // One queued file.

@@ -36,6 +36,12 @@ inline void add_bytes(std::atomic<int64_t>& counter, int64_t bytes) {
 [[nodiscard]] int open_folder(int dir_fd, const char* name, bool follow_link,
                               const fsops::CopyProgress& going);
 
+// The same for a folder that the scanner has seen as `id`. Where a file's number changes whenever
+// the kernel drops it from memory, one with another number is believed if none of the last `below`
+// components of its path is a link. `replaced` is set when what stands there is another folder.
+[[nodiscard]] int open_seen_folder(const std::string& path, fsops::FileId id, size_t below,
+                                   const fsops::CopyProgress& going, bool& replaced);
+
 // Descriptors of the folder that was used last, on both sides. A folder is believed only while it
 // is the one that the scanner saw, whatever stands on the way to it by now.
 class Engine::OpenFolder {
@@ -55,7 +61,8 @@ class Engine::OpenFolder {
 
   private:
     [[nodiscard]] static std::string open_checked(const std::string& path, fsops::FileId id,
-                                                  const fsops::CopyProgress& going, int& fd);
+                                                  size_t below, const fsops::CopyProgress& going,
+                                                  int& fd);
     void close_both();
 
     const Folder* m_folder = nullptr;

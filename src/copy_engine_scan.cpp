@@ -372,6 +372,7 @@ void Engine::enter_folder(Scan& scan, const Level& level) {
     folder.source = level.source;
     folder.target = level.target;
     folder.source_id = id_of(st);
+    folder.level = level.parent ? level.parent->level + 1 : 1;
     if (readable) {
         std::unique_lock<std::mutex> lock(m_mutex);
         if (m_created_dirs.contains(folder.source_id)) {

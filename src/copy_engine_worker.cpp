@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 namespace copy_engine {
@@ -44,25 +45,89 @@ bool same_time(const struct timespec& a, const struct timespec& b) {
 // --- Folders in use
 // ---------------------------------------------------------------------------------
 
-std::string Engine::OpenFolder::open_checked(const std::string& path, fsops::FileId id,
-                                             const fsops::CopyProgress& going, int& fd) {
-    fd = open_folder(AT_FDCWD, path.c_str(), true, going);
+namespace {
+
+// FAT and exFAT number a folder when it comes into memory, and so do most file systems in user
+// space: a large transfer alone makes the kernel drop and number folders anew.
+bool numbers_change(int fd) {
+    struct statfs fs = {};
+    if (fstatfs(fd, &fs) != 0)
+        return false;
+    constexpr int64_t kFat = 0x4d44;
+    constexpr int64_t kExfat = 0x2011bab0;
+    constexpr int64_t kFuse = 0x65735546;
+    const auto type = static_cast<int64_t>(fs.f_type);
+    return type == kFat || type == kExfat || type == kFuse;
+}
+
+int open_without_links(const std::string& path, size_t below, const fsops::CopyProgress& going) {
+    size_t at = path.size();
+    for (size_t i = 0; i < below && at > 0; ++i)
+        at = path.rfind('/', at - 1);
+    const std::string top = path.substr(0, at);
+    int fd = open_folder(AT_FDCWD, top.empty() ? "/" : top.c_str(), true, going);
+    while (fd >= 0 && at < path.size()) {
+        const size_t end = std::min(path.find('/', at + 1), path.size());
+        const std::string name = path.substr(at + 1, end - at - 1);
+        const int child = open_folder(fd, name.c_str(), false, going);
+        const int code = errno;
+        close(fd);
+        errno = code;
+        fd = child;
+        at = end;
+    }
+    return fd;
+}
+
+}  // namespace
+
+int open_seen_folder(const std::string& path, fsops::FileId id, size_t below,
+                     const fsops::CopyProgress& going, bool& replaced) {
+    replaced = false;
+    int fd = open_folder(AT_FDCWD, path.c_str(), true, going);
     struct stat st = {};
-    if (fd < 0 || fstat(fd, &st) != 0)
-        return fsops::err_from(path);
+    if (fd < 0)
+        return -1;
+    if (fstat(fd, &st) != 0) {
+        const int code = errno;
+        close(fd);
+        errno = code;
+        return -1;
+    }
     if (id_of(st) == id)
+        return fd;
+    const bool may_be_it = st.st_dev == id.device && numbers_change(fd);
+    close(fd);
+    fd = may_be_it ? open_without_links(path, below, going) : -1;
+    if (fd >= 0 && fstat(fd, &st) == 0 && st.st_dev == id.device)
+        return fd;
+    if (fd >= 0)
+        close(fd);
+    replaced = true;
+    errno = ENOENT;  // the folder that we mean is not there
+    return -1;
+}
+
+std::string Engine::OpenFolder::open_checked(const std::string& path, fsops::FileId id,
+                                             size_t below, const fsops::CopyProgress& going,
+                                             int& fd) {
+    bool replaced = false;
+    fd = open_seen_folder(path, id, below, going, replaced);
+    if (fd >= 0)
         return {};
-    static_cast<void>(fsops::err_from(path, ENOENT));  // the folder that we mean is not there
-    return path + ": " + kFolderChanged;
+    std::string error = fsops::err_from(path);
+    return replaced ? path + ": " + kFolderChanged : error;
 }
 
 std::string Engine::OpenFolder::enter(const Folder& folder, const fsops::CopyProgress& going) {
     if (m_folder == &folder)
         return {};
     close_both();
-    std::string error = open_checked(folder.source, folder.source_id, going, m_source_fd);
+    std::string error =
+        open_checked(folder.source, folder.source_id, folder.source_below(), going, m_source_fd);
     if (error.empty())
-        error = open_checked(folder.target, folder.target_id, going, m_target_fd);
+        error = open_checked(folder.target, folder.target_id, folder.target_below(), going,
+                             m_target_fd);
     if (error.empty())
         m_folder = &folder;
     else

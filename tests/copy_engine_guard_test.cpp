@@ -299,6 +299,83 @@ TEST_P(swapped_folder, of_the_target_never_leads_elsewhere) {
 INSTANTIATE_TEST_SUITE_P(copy_engine, swapped_folder,
                          testing::Values(Operation::Copy, Operation::Move));
 
+// FAT, exFAT and most file systems in user space number a folder anew once the kernel has dropped
+// it from memory, which a large transfer makes it do. Every file in it failed as if the folder had
+// been replaced.
+TEST(copy_engine_guard, a_folder_with_a_new_number_is_believed_where_numbers_change) {
+    // The server first: the shim's thread asks it, so its own calls must not go through the shim.
+    FaultFs fs;
+    REQUIRE_MOUNT(fs);
+    const Tmpfs fixed("size=16m");
+    REQUIRE_MOUNT(fixed);
+    REQUIRE_SHIM(SYS_fstat, SYS_newfstatat);
+    for (const bool numbers_change : {true, false}) {
+        for (const Operation op : {Operation::Copy, Operation::Move}) {
+            const TempDir dir;
+            const std::string src = (numbers_change ? fs.path() : fixed.path()) +
+                                    (op == Operation::Copy ? "/copied" : "/moved");
+            fs.clear();
+            write_file(fs / "first", "x");
+            make_dirs(src + "/tree/sub");
+            write_file(src + "/tree/a", "a");
+            write_file(src + "/tree/sub/b", "b");
+            fs.set(faultfs::stall("open", 1, 1, "first"));
+            Engine engine;
+            ASSERT_TRUE(engine.start({fs / "first", src + "/tree"}, dir.path(), op, 1,
+                                     ConflictAction::Ask));
+            ASSERT_TRUE(fs.wait_stalled(1));
+            for (int i = 0; i < 5000 && !exists(dir / "tree/sub"); ++i)
+                usleep(1000);
+            usleep(100'000);
+            const auto is_folder = [](const std::string& name) {
+                return name == "tree" || name == "sub";
+            };
+            const auto renumber = [](int result, uint64_t buffer) {
+                reinterpret_cast<struct stat*>(buffer)->st_ino += 1U << 20;
+                return result == 0 ? shim::give(0) : shim::go();
+            };
+            shim::rule(
+                SYS_fstat,
+                [&](const shim::Call& call) {
+                    auto* st = reinterpret_cast<struct stat*>(call.args[1]);
+                    return renumber(fstat(call.arg_fd(0), st), call.args[1]);
+                },
+                [&](const shim::Call& call) {
+                    struct stat st = {};
+                    return is_folder(call.arg_file(0)) && fstat(call.arg_fd(0), &st) == 0 &&
+                           st.st_dev == test_env::lstat_of(src).st_dev;
+                });
+            shim::rule(
+                SYS_newfstatat,
+                [&](const shim::Call& call) {
+                    auto* st = reinterpret_cast<struct stat*>(call.args[2]);
+                    return renumber(fstatat(call.arg_fd(0), call.arg_text(1).c_str(), st,
+                                            static_cast<int>(call.args[3])),
+                                    call.args[2]);
+                },
+                [&](const shim::Call& call) {
+                    struct stat st = {};
+                    const std::string name = call.arg_text(1);
+                    return is_folder(name.empty() ? call.arg_file(0) : name) &&
+                           fstatat(call.arg_fd(0), name.c_str(), &st,
+                                   static_cast<int>(call.args[3])) == 0 &&
+                           st.st_dev == test_env::lstat_of(src).st_dev;
+                });
+            fs.release();
+            const Progress progress = finish(engine);
+            shim::clear();
+            if (numbers_change) {
+                EXPECT_EQ(progress.failures_total, 0U) << failure_text(progress);
+                EXPECT_TRUE(exists(dir / "tree/a") && exists(dir / "tree/sub/b"));
+                EXPECT_EQ(exists(src + "/tree"), op == Operation::Copy);
+            } else {
+                EXPECT_EQ(progress.failures_total, 2U) << failure_text(progress);
+                EXPECT_TRUE(exists(src + "/tree/sub/b"));
+            }
+        }
+    }
+}
+
 TEST(copy_engine_guard, a_folder_swapped_before_it_is_walked_is_not_followed) {
     FaultFs fs;
     REQUIRE_MOUNT(fs);
