@@ -514,6 +514,20 @@ TEST_F(AppActions, clone_duplicates_beside_the_original) {
     EXPECT_EQ(read_file(left() + "/a.txt"), "1");
 }
 
+TEST_F(AppActions, transfers_run_on_the_chosen_number_of_threads) {
+    write_file(left() + "/a", "1");
+    start();
+    put_cursor_on("a");
+    settings().thread_count = 3;
+    app().perform(Action::CopyToOther, 0);
+    EXPECT_EQ(copy_engine::instance().snapshot().threads_active, 3);
+    ASSERT_TRUE(settle());
+    settings().thread_count = 5;
+    app().perform(Action::Clone, 0);
+    EXPECT_EQ(copy_engine::instance().snapshot().threads_active, 5);
+    ASSERT_TRUE(settle());
+}
+
 TEST_F(AppActions, each_answer_reaches_the_engine) {
     struct Case {
         Action action;
@@ -850,6 +864,9 @@ TEST_F(AppActions, reset_keeps_folders_and_orders_alone) {
     settings().font_scale = 150;
     settings().thread_count = 5;
     settings().show_hidden = false;
+    write_file(left() + "/.hidden", "x");
+    app().refresh_both();
+    ASSERT_EQ(names(), (std::vector<std::string>{".."}));
     settings().font_family = "monospace";
     I18n::instance().set_ui_font("monospace");
     settings().left_path = "/usr";
@@ -863,6 +880,7 @@ TEST_F(AppActions, reset_keeps_folders_and_orders_alone) {
     EXPECT_EQ(settings().font_scale, 100);
     EXPECT_EQ(settings().thread_count, 0);
     EXPECT_TRUE(settings().show_hidden);
+    EXPECT_EQ(names(), (std::vector<std::string>{"..", ".hidden"}));
     EXPECT_EQ(settings().left_path, "/usr");
     EXPECT_EQ(settings().right_path, "/tmp");
     EXPECT_EQ(settings().left_sort.key, dir_lister::SortKey::Size);

@@ -3,6 +3,7 @@
 #include "app_fixture.h"
 
 #include "faultfs.h"
+#include "logger.h"
 #include "settings.h"
 
 #include <gdk/gdkkeysyms.h>
@@ -59,6 +60,8 @@ TEST_F(AppKeys, the_cursor_moves_and_takes_the_mark_along) {
     // The table looks at a modifier only where it names one.
     key(GDK_KEY_Down, GDK_CONTROL_MASK);
     EXPECT_EQ(cursor_name(), "file0");
+    key(GDK_KEY_Down, GDK_CONTROL_MASK);
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"file1"}));
 }
 
 TEST_F(AppKeys, shift_extends_the_marks) {
@@ -118,6 +121,19 @@ TEST_F(AppKeys, return_opens_and_backspace_goes_up) {
     EXPECT_EQ(pane().path(), test_env::root() + "/home");
 }
 
+TEST_F(AppKeys, return_with_alt_asks_for_the_properties_and_opens_nothing) {
+    make_dirs(left() + "/sub");
+    start();
+    key(GDK_KEY_Down);
+    for (const guint keyval : {GDK_KEY_Return, GDK_KEY_KP_Enter}) {
+        Log::instance().clear();
+        key(keyval, GDK_MOD1_MASK);
+        EXPECT_TRUE(logged("action: Properties [" + left() + "]"));
+        EXPECT_EQ(pane().path(), left());
+        app().close_overlay();
+    }
+}
+
 // The folder just left may stand far down in the list.
 TEST_F(AppKeys, going_up_shows_the_folder_just_left) {
     for (int i = 10; i < 90; ++i)
@@ -175,6 +191,8 @@ TEST_F(AppKeys, control_letters_are_taken_in_lower_case_alone) {
     EXPECT_EQ(selected_names().size(), 2U);
     key(GDK_KEY_asterisk, GDK_SHIFT_MASK);
     EXPECT_TRUE(selected_names().empty());
+    key(GDK_KEY_KP_Multiply);
+    EXPECT_EQ(selected_names().size(), 2U);
 }
 
 TEST_F(AppKeys, the_control_commands) {
@@ -351,6 +369,7 @@ TEST_F(AppKeys, a_letter_without_alt_or_without_a_choice_is_swallowed) {
     key(GDK_KEY_o);
     key(GDK_KEY_o, GDK_CONTROL_MASK);
     key(GDK_KEY_z, GDK_MOD1_MASK);
+    key(0x100 + 'O', GDK_MOD1_MASK);  // another alphabet's letter, whose last byte is an O
     key(GDK_KEY_F6);
     key(GDK_KEY_Tab);
     EXPECT_EQ(app().m_overlay, App::Overlay::Conflict);

@@ -123,6 +123,7 @@ TEST_F(AppPointer, while_work_runs_the_panes_do_not_answer) {
     start_with_files(3);
     const App::HitRect target = row(2);
     const App::HitRect background = hit(App::Hit::PaneBackground, -1, 1);
+    const App::HitRect banner = hit(App::Hit::PaneBanner, -1, 1);
     ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
         while (reporter.keep_going())
             g_usleep(1000);
@@ -130,6 +131,7 @@ TEST_F(AppPointer, while_work_runs_the_panes_do_not_answer) {
     app().m_bgtask_was_running = true;
     app().handle_click(target.x + 5, target.y + 5, 1, 0, 1);
     app().handle_click(background.x + 50, background.y + 200, 1, 0, 1);
+    app().handle_click(banner.x + 50, banner.y + 5, 1, 0, 1);
     EXPECT_EQ(cursor_name(), "..");
     EXPECT_FALSE(app().m_active_right);
     BgTask::instance().cancel();
@@ -172,6 +174,8 @@ TEST_F(AppPointer, the_background_and_the_banner_activate_their_side) {
     click(background.x + 50, background.y + background.h - 10, 1, GDK_CONTROL_MASK);
     EXPECT_FALSE(app().m_active_right);
     EXPECT_EQ(selected_names(false).size(), 2U);
+    click(background.x + 50, background.y + background.h - 10, 3);
+    EXPECT_EQ(selected_names(false).size(), 2U);
     click(background.x + 50, background.y + background.h - 10);
     EXPECT_TRUE(selected_names(false).empty());
 }
@@ -191,6 +195,34 @@ TEST_F(AppPointer, a_click_elsewhere_commits_a_rename) {
     key(GDK_KEY_y);
     click(hit(App::Hit::PaneBackground, -1, 1).x + 50, 600);
     EXPECT_EQ(names(), (std::vector<std::string>{"..", "file0x", "file1y"}));
+}
+
+TEST_F(AppPointer, the_other_sides_banner_commits_a_rename) {
+    start_with_files(1);
+    put_cursor_on("file0");
+    key(GDK_KEY_F2);
+    key(GDK_KEY_x);
+    click(hit(App::Hit::PaneBanner, -1, 1));
+    EXPECT_TRUE(app().m_active_right);
+    EXPECT_FALSE(pane(false).renaming());
+    EXPECT_EQ(names(), (std::vector<std::string>{"..", "file0x"}));
+}
+
+TEST_F(AppPointer, a_row_that_is_cut_is_brought_into_view_by_a_click) {
+    start_with_files(60);
+    const App::HitRect cut = row(app().rows_in_view(false));
+    ASSERT_LT(cut.h, 24);
+    click(cut);
+    EXPECT_EQ(pane().scroll(), 1);
+    EXPECT_EQ(row(cut.param).h, 24);
+    app().handle_release();
+    // The same for a press that waits for its release.
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    const App::HitRect next = row(cut.param + 1);
+    ASSERT_LT(next.h, 24);
+    click(next);
+    app().handle_release();
+    EXPECT_EQ(pane().scroll(), 2);
 }
 
 // The commit sorts the renamed entry away from above the row that was clicked.

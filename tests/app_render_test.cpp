@@ -98,6 +98,14 @@ TEST_F(AppPaint, a_colour_that_does_not_parse_is_magenta) {
     EXPECT_EQ(at(12, 12), 0x102030U);
 }
 
+TEST_F(AppPaint, alpha_is_the_share_of_the_colour) {
+    app().fill_rect(10, 10, 5, 5, "#FFFFFF", 0.5);
+    EXPECT_NEAR(static_cast<int>(at(12, 12) & 0xffU), 128, 1);
+    wipe();
+    app().draw_text("text", 10, 50, 12.5, "#FFFFFF", false, false, 0);
+    EXPECT_EQ(ink().left, -1);
+}
+
 TEST_F(AppPaint, a_rectangle_covers_exactly_its_pixels) {
     app().fill_rect(10, 20, 30, 5, "#FFFFFF", 1);
     const Ink found = ink();
@@ -523,6 +531,43 @@ TEST_F(AppTest, a_marked_row_and_the_cursor_can_be_told_apart) {
     EXPECT_EQ(pixel(x + 5, middle(3).second), app().m_palette.source_tint);
     EXPECT_NE(pixel(x + 5, marked_y), app().m_palette.source_tint);
     shot("marked");
+}
+
+// One side is the source; on the other nothing looks as if it would be copied next.
+TEST_F(AppTest, stripes_and_cursor_are_the_active_sides_alone) {
+    for (int i = 0; i < 4; ++i)
+        write_file(left() + "/file" + std::to_string(i), "x");
+    start();
+    pane().set_cursor(2, false);
+    frame();
+    const auto y_of = [this](int row) {
+        return static_cast<int>(hit(App::Hit::PaneRow, row, 0).y) + 12;
+    };
+    const Palette& p = app().m_palette;
+    EXPECT_EQ(pixel(200, y_of(1)), p.row_alt);
+    EXPECT_EQ(pixel(200, y_of(4)), p.pane_active);
+    EXPECT_EQ(pixel(4, y_of(2)), p.source_tint);
+    // The parent row has a name and nothing else.
+    EXPECT_FALSE(painted(100, y_of(0) - 10, 390, 20));
+    EXPECT_TRUE(painted(100, y_of(1) - 10, 390, 20));
+    key(GDK_KEY_Tab);
+    EXPECT_EQ(pixel(200, y_of(1)), p.pane);
+    EXPECT_EQ(pixel(4, y_of(2)), p.pane);
+}
+
+TEST_F(AppTest, running_work_veils_both_sides) {
+    start();
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+        while (reporter.keep_going())
+            g_usleep(1000);
+    }));
+    app().m_bgtask_was_running = true;
+    frame();
+    EXPECT_NE(pixel(300, 600), app().m_palette.pane_active);
+    EXPECT_NE(pixel(900, 600), app().m_palette.pane);
+    EXPECT_EQ(count_hits(App::Hit::BridgeCopy), 0U);
+    BgTask::instance().cancel();
+    ASSERT_TRUE(settle());
 }
 
 // Rows whose edges fall between two lines of pixels would let the background shine through.

@@ -7,11 +7,13 @@
 #include "fs_ops.h"
 #include "i18n.h"
 #include "logger.h"
+#include "mounts_fixture.h"
 #include "settings.h"
 #include "strutil.h"
 
 #include <atomic>
 #include <filesystem>
+#include <gdk/gdkkeysyms.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -132,6 +134,12 @@ TEST_F(AppTest, active_right_makes_the_right_side_active) {
     EXPECT_EQ(pane(true).path(), right());
 }
 
+TEST_F(AppTest, active_left_makes_the_left_side_active) {
+    app().m_active_right = true;
+    start({"--active=left"});
+    EXPECT_FALSE(app().m_active_right);
+}
+
 TEST_F(AppTest, without_folders_both_sides_show_the_home_and_nothing_is_taken_over) {
     start({"--left=", "--right="});
     EXPECT_EQ(pane(false).path(), test_env::root() + "/home");
@@ -166,7 +174,10 @@ TEST_F(AppTest, the_build_is_flashed_for_four_seconds) {
 
 TEST_F(AppTest, sort_orders_come_from_the_settings_and_the_start_is_no_change) {
     SettingsStore::instance().mutable_get().right_sort = {dir_lister::SortKey::Size, false, true};
+    SettingsStore::instance().mutable_get().left_sort = {dir_lister::SortKey::Kind, true, false};
     start();
+    EXPECT_EQ(pane(false).sort_order().key, dir_lister::SortKey::Kind);
+    EXPECT_FALSE(pane(false).sort_order().dirs_first);
     EXPECT_EQ(pane(true).sort_order().key, dir_lister::SortKey::Size);
     EXPECT_FALSE(pane(true).sort_order().ascending);
     EXPECT_EQ(app().m_saved_right_sort.key, dir_lister::SortKey::Size);
@@ -188,10 +199,31 @@ TEST_F(AppTest, a_changed_folder_or_order_is_saved_by_the_next_tick) {
 TEST_F(AppTest, look_and_words_of_the_settings_hold_from_the_first_frame) {
     SettingsStore::instance().mutable_get().theme = "dark";
     SettingsStore::instance().mutable_get().font_family = "monospace";
+    SettingsStore::instance().mutable_get().language = "en";
     start();
+    EXPECT_EQ(I18n::instance().language(), "en");
     EXPECT_TRUE(app().m_palette.dark);
     EXPECT_EQ(I18n::instance().ui_font_family(), "monospace");
     EXPECT_TRUE(logged("language en, theme dark"));
+}
+
+TEST_F(AppTest, each_part_of_the_state_is_saved_when_it_changes) {
+    start();
+    const Settings& s = SettingsStore::instance().get();
+    pane(true).navigate_to("/", true);
+    app().tick();
+    EXPECT_EQ(s.right_path, "/");
+    for (const bool side : {false, true}) {
+        using dir_lister::SortKey;
+        for (const dir_lister::SortOrder& order :
+             {dir_lister::SortOrder{SortKey::Size, true, true},
+              dir_lister::SortOrder{SortKey::Size, false, true},
+              dir_lister::SortOrder{SortKey::Size, false, false}}) {
+            pane(side).set_sort_order(order);
+            app().tick();
+            EXPECT_EQ(side ? s.right_sort : s.left_sort, order) << side;
+        }
+    }
 }
 
 // --- Window -----------------------------------------------------------------------------------
@@ -245,6 +277,46 @@ TEST_F(AppTest, a_position_that_no_monitor_shows_whole_is_centred) {
 TEST_F(AppTest, a_negative_position_and_huge_numbers_fit_nowhere) {
     start({"--geometry=1100x720+-1+0"});
     EXPECT_TRUE(logged("saved position -1,0 (1100x720) fits no current monitor — centring"));
+}
+
+TEST_F(AppTest, a_position_fits_only_with_all_four_edges) {
+    start();
+    struct Case {
+        int x, y;
+        bool fits;
+    };
+    for (const Case& c : {Case{0, 0, true}, Case{10, 20, true}, Case{-1, 0, false},
+                          Case{0, -1, false}, Case{5000, 0, false}, Case{0, 5000, false}}) {
+        Log::instance().clear();
+        app().move_to_fitting_monitor(c.x, c.y, 1000, 700);
+        EXPECT_EQ(log_lines().empty(), c.fits) << c.x << " " << c.y;
+    }
+}
+
+TEST_F(AppTest, a_centred_window_is_cut_to_its_monitor_and_no_smaller_than_the_minimum) {
+    start();
+    GdkRectangle area = {};
+    gdk_monitor_get_geometry(gdk_display_get_monitor(gdk_display_get_default(), 0), &area);
+    const auto text = [&area](int width, int height) {
+        return "centred at " + std::to_string(area.x + (area.width - width) / 2) + "," +
+               std::to_string(area.y + (area.height - height) / 2) + " (" + std::to_string(width) +
+               "x" + std::to_string(height) + ") on monitor " + std::to_string(area.width) + "x" +
+               std::to_string(area.height) + "+0+0";
+    };
+    if (area.width < 1000 || area.height < 700 || area.x != 0 || area.y != 0)
+        GTEST_SKIP() << "the screen is too small for the smallest window";
+    app().center_on_current_monitor(20000, 20000);
+    EXPECT_TRUE(logged(text(area.width, area.height)));
+    app().center_on_current_monitor(300, 200);
+    EXPECT_TRUE(logged(text(1000, 700)));
+    app().center_on_current_monitor(1001, 701);
+    EXPECT_TRUE(logged(text(1001, 701)));
+}
+
+TEST_F(AppTest, the_canvas_has_the_keyboard) {
+    start();
+    EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(app().m_window)), app().m_canvas);
+    EXPECT_TRUE(gtk_widget_get_can_focus(app().m_canvas));
 }
 
 TEST_F(AppTest, a_geometry_that_overflows_is_centred_too) {
@@ -377,6 +449,40 @@ TEST_F(AppFrames, flashes_and_the_held_band_are_kept_in_motion) {
     ASSERT_TRUE(pump_until([this] { return app().m_reload_flash_until == 0; }, 2));
 }
 
+TEST_F(AppFrames, the_end_of_the_held_band_is_painted) {
+    start_quiet();
+    app().m_progress_hold_until = App::now_seconds() + 0.25;
+    ASSERT_TRUE(pump_until([this] { return app().m_layout.progress_h > 0; }, 2));
+    ASSERT_TRUE(pump_until([this] { return app().m_progress_hold_until == 0; }, 2));
+    EXPECT_TRUE(pump_until([this] { return app().m_layout.progress_h == 0; }, 1));
+}
+
+TEST_F(AppFrames, what_an_input_changes_is_painted) {
+    write_file(left() + "/a", "x");
+    start_quiet();
+    const auto press = [this](guint keyval, guint state) {
+        GdkEventKey event = {};
+        event.keyval = keyval;
+        event.state = state;
+        app().handle_key(&event);
+        return paints();
+    };
+    EXPECT_TRUE(press(GDK_KEY_Down, 0));
+    EXPECT_TRUE(press(GDK_KEY_space, 0));
+    EXPECT_TRUE(press(GDK_KEY_Escape, 0));
+    EXPECT_TRUE(press(GDK_KEY_Tab, 0));
+    EXPECT_TRUE(press(GDK_KEY_h, GDK_CONTROL_MASK));
+    EXPECT_FALSE(press(GDK_KEY_F9, 0));
+    app().perform(Action::None, 0);
+    EXPECT_TRUE(paints());
+    app().perform(Action::SelectAll, 0);
+    EXPECT_TRUE(paints());
+    const App::HitRect row = hit(App::Hit::PaneRow, 1, 0);
+    app().handle_click(row.x + 20, row.y + 5, 1, 0, 1);
+    EXPECT_TRUE(paints());
+    app().handle_release();
+}
+
 TEST_F(AppFrames, running_work_is_painted_all_the_time) {
     start_quiet();
     ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
@@ -405,6 +511,8 @@ TEST_F(AppTest, the_end_of_a_copy_shows_the_result_and_reloads_both_sides) {
     EXPECT_EQ(result.title, "Copied");
     EXPECT_EQ(result.files, 2);
     EXPECT_EQ(result.bytes, 8);
+    EXPECT_GT(result.seconds, 0);
+    EXPECT_LE(result.seconds, copy_engine::instance().snapshot().elapsed_seconds);
     EXPECT_EQ(result.failures, 0U);
     EXPECT_FALSE(result.cancelled);
     EXPECT_FALSE(result.disk_full);
@@ -415,6 +523,21 @@ TEST_F(AppTest, the_end_of_a_copy_shows_the_result_and_reloads_both_sides) {
     frame();
     EXPECT_EQ(app().m_layout.progress_h, 76);
     shot("result");
+}
+
+TEST_F(AppTest, a_full_target_is_part_of_the_result) {
+    // Before the first thread: the mount lives in a namespace of this process.
+    const mounts_fixture::Tmpfs small("size=256k");
+    REQUIRE_MOUNT(small);
+    write_file(left() + "/large", std::string(2'000'000, 'x'));
+    start({"--right=" + small.path()});
+    put_cursor_on("large");
+    app().perform(Action::CopyToOther, 0);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(app().m_result.disk_full);
+    EXPECT_EQ(app().m_result.files, 0);
+    frame();
+    shot("result-full");
 }
 
 TEST_F(AppTest, a_move_is_called_moved) {
