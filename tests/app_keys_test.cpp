@@ -125,7 +125,7 @@ TEST_F(AppKeys, return_with_alt_asks_for_the_properties_and_opens_nothing) {
     make_dirs(left() + "/sub");
     start();
     key(GDK_KEY_Down);
-    for (const guint keyval : {GDK_KEY_Return, GDK_KEY_KP_Enter}) {
+    for (const guint keyval : std::initializer_list<guint>{GDK_KEY_Return, GDK_KEY_KP_Enter}) {
         Log::instance().clear();
         key(keyval, GDK_MOD1_MASK);
         EXPECT_TRUE(logged("action: Properties [" + left() + "]"));
@@ -237,7 +237,8 @@ TEST_F(AppKeys, a_key_without_meaning_does_and_says_nothing) {
 
 TEST_F(AppKeys, gtk_never_sees_a_key) {
     start();
-    for (const guint keyval : {GDK_KEY_Tab, GDK_KEY_F10, GDK_KEY_VoidSymbol}) {
+    for (const guint keyval :
+         std::initializer_list<guint>{GDK_KEY_Tab, GDK_KEY_F10, GDK_KEY_VoidSymbol}) {
         GdkEvent* event = gdk_event_new(GDK_KEY_PRESS);
         event->key.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(app().m_window)));
         event->key.keyval = keyval;
