@@ -299,6 +299,35 @@ TEST_P(swapped_folder, of_the_target_never_leads_elsewhere) {
 INSTANTIATE_TEST_SUITE_P(copy_engine, swapped_folder,
                          testing::Values(Operation::Copy, Operation::Move));
 
+// From here on the folders "tree" and "sub" of a device have other numbers.
+void renumber_folders(dev_t device) {
+    const auto is_folder = [](const std::string& name) { return name == "tree" || name == "sub"; };
+    const auto renumber = [device](int result, struct stat* st) {
+        if (result != 0 || st->st_dev != device)
+            return shim::go();
+        st->st_ino += 1U << 20;
+        return shim::give(0);
+    };
+    shim::rule(
+        SYS_fstat,
+        [=](const shim::Call& call) {
+            auto* const st = reinterpret_cast<struct stat*>(call.args[1]);
+            return renumber(fstat(call.arg_fd(0), st), st);
+        },
+        [=](const shim::Call& call) { return is_folder(call.arg_file(0)); });
+    shim::rule(
+        SYS_newfstatat,
+        [=](const shim::Call& call) {
+            auto* const st = reinterpret_cast<struct stat*>(call.args[2]);
+            const int flags = static_cast<int>(call.args[3]);
+            return renumber(fstatat(call.arg_fd(0), call.arg_text(1).c_str(), st, flags), st);
+        },
+        [=](const shim::Call& call) {
+            const std::string name = call.arg_text(1);
+            return is_folder(name.empty() ? call.arg_file(0) : name);
+        });
+}
+
 // FAT, exFAT and most file systems in user space number a folder anew once the kernel has dropped
 // it from memory, which a large transfer makes it do. Every file in it failed as if the folder had
 // been replaced.
@@ -327,40 +356,7 @@ TEST(copy_engine_guard, a_folder_with_a_new_number_is_believed_where_numbers_cha
             for (int i = 0; i < 5000 && !exists(dir / "tree/sub"); ++i)
                 usleep(1000);
             usleep(100'000);
-            const auto is_folder = [](const std::string& name) {
-                return name == "tree" || name == "sub";
-            };
-            const auto renumber = [](int result, uint64_t buffer) {
-                reinterpret_cast<struct stat*>(buffer)->st_ino += 1U << 20;
-                return result == 0 ? shim::give(0) : shim::go();
-            };
-            shim::rule(
-                SYS_fstat,
-                [&](const shim::Call& call) {
-                    auto* st = reinterpret_cast<struct stat*>(call.args[1]);
-                    return renumber(fstat(call.arg_fd(0), st), call.args[1]);
-                },
-                [&](const shim::Call& call) {
-                    struct stat st = {};
-                    return is_folder(call.arg_file(0)) && fstat(call.arg_fd(0), &st) == 0 &&
-                           st.st_dev == test_env::lstat_of(src).st_dev;
-                });
-            shim::rule(
-                SYS_newfstatat,
-                [&](const shim::Call& call) {
-                    auto* st = reinterpret_cast<struct stat*>(call.args[2]);
-                    return renumber(fstatat(call.arg_fd(0), call.arg_text(1).c_str(), st,
-                                            static_cast<int>(call.args[3])),
-                                    call.args[2]);
-                },
-                [&](const shim::Call& call) {
-                    struct stat st = {};
-                    const std::string name = call.arg_text(1);
-                    return is_folder(name.empty() ? call.arg_file(0) : name) &&
-                           fstatat(call.arg_fd(0), name.c_str(), &st,
-                                   static_cast<int>(call.args[3])) == 0 &&
-                           st.st_dev == test_env::lstat_of(src).st_dev;
-                });
+            renumber_folders(test_env::lstat_of(src).st_dev);
             fs.release();
             const Progress progress = finish(engine);
             shim::clear();
@@ -374,6 +370,33 @@ TEST(copy_engine_guard, a_folder_with_a_new_number_is_believed_where_numbers_cha
             }
         }
     }
+}
+
+TEST(copy_engine_guard, a_target_folder_with_a_new_number_is_filled_and_gets_its_mode) {
+    FaultFs fs;
+    REQUIRE_MOUNT(fs);
+    REQUIRE_SHIM(SYS_fstat, SYS_newfstatat);
+    const TempDir dir;
+    make_dirs(dir / "tree/sub");
+    write_file(dir / "first", "x");
+    write_file(dir / "tree/a", "a");
+    write_file(dir / "tree/sub/b", "b");
+    chmod((dir / "tree/sub").c_str(), 0555);
+    fs.set(faultfs::stall("write", 1, 1, "first"));
+    Engine engine;
+    ASSERT_TRUE(engine.start({dir / "first", dir / "tree"}, fs.path(), Operation::Copy, 1,
+                             ConflictAction::Ask));
+    ASSERT_TRUE(fs.wait_stalled(1));
+    for (int i = 0; i < 5000 && !exists(fs / "tree/sub"); ++i)
+        usleep(1000);
+    usleep(100'000);
+    renumber_folders(test_env::lstat_of(fs.path()).st_dev);
+    fs.release();
+    const Progress progress = finish(engine);
+    shim::clear();
+    EXPECT_EQ(progress.failures_total, 0U) << failure_text(progress);
+    EXPECT_TRUE(exists(fs / "tree/a") && exists(fs / "tree/sub/b"));
+    EXPECT_EQ(test_env::lstat_of(fs / "tree/sub").st_mode & 07777, 0555U);
 }
 
 TEST(copy_engine_guard, a_folder_swapped_before_it_is_walked_is_not_followed) {
