@@ -36,8 +36,9 @@ struct Home {
         setenv("XDG_DATA_HOME", (root + "/home/.local/share").c_str(), 1);
         setenv("XDG_RUNTIME_DIR", (root + "/run").c_str(), 1);
         for (const char* name_of : {"SNAP", "SNAP_NAME", "SNAP_REAL_HOME", "SUDO_USER",
-                                    "PKEXEC_UID", "APPDIR", "APPIMAGE"})
+                                    "PKEXEC_UID", "APPDIR", "APPIMAGE", "LANGUAGE"})
             unsetenv(name_of);
+        setenv("LC_ALL", "C.UTF-8", 1);  // no language: the interface speaks English
     }
     ~Home() {
         if (getpid() != owner)

@@ -1,6 +1,6 @@
 // What every test needs: a home of its own and temporary folders that go away. A test process never
 // sees the user's files: HOME, XDG_CONFIG_HOME and XDG_RUNTIME_DIR point into a throw-away tree
-// from before main() on.
+// from before main() on, and the locale is one without a language.
 
 #pragma once
 
