@@ -305,8 +305,9 @@ void App::show_nothing() {
 
 void App::show_unavailable(Action action) {
     Log::warnf("action not available in this build: %s", action_name(action));
-    show_message(tr("Not available"),
-                 I18n::trf("%s is not part of this build yet.", action_name(action)));
+    // Like the log's, these words are for those who build: no text of the catalogue.
+    show_message(tr("dlg.error"),
+                 std::string(action_name(action)) + " is not part of this build yet.");
 }
 
 // --- Rows, transfer, rename -------------------------------------------------------------------

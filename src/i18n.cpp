@@ -1,103 +1,41 @@
 #include "i18n.h"
 
+#include "i18n_data.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <glib.h>
 #include <iterator>
 #include <string_view>
 
+using i18n_data::KEYS;
+using i18n_data::LANGS;
+
 namespace {
 
-struct Text {
-    const char* key;
-    const char* english;
-};
+// The row of i18n_data::LANGS of a code, exactly; -1 for none.
+int row_of(std::string_view code) {
+    const auto* found =
+        std::find_if(std::begin(LANGS), std::end(LANGS),
+                     [&](const i18n_data::LangEntry& lang) { return lang.code == code; });
+    return found == std::end(LANGS) ? -1 : static_cast<int>(found - std::begin(LANGS));
+}
 
-// In strcmp order of the keys: tr() searches by bisection.
-constexpr Text kTexts[] = {
-    {"%s files", "%s files"},
-    {"1 file", "1 file"},
-    {"action.make_link", "Create link on the other side"},
-    {"bridge.copy", "Copy"},
-    {"bridge.move", "Move"},
-    {"bridge.refresh", "Refresh"},
-    {"btn.cancel", "Cancel"},
-    {"btn.close", "Close"},
-    {"btn.details", "Details"},
-    {"btn.ok", "OK"},
-    {"col.created", "Created"},
-    {"col.group", "Group"},
-    {"col.modified", "Modified"},
-    {"col.name", "Name"},
-    {"col.owner", "Owner"},
-    {"col.permissions", "Permissions"},
-    {"col.size", "Size"},
-    {"col.type", "Type"},
-    {"conflict.apply_to_all", "Do this for all remaining files"},
-    {"conflict.cancel_all", "Stop everything"},
-    {"conflict.existing", "Already there"},
-    {"conflict.headline", "This file is already there:"},
-    {"conflict.if_newer", "Only if newer"},
-    {"conflict.incoming", "Incoming"},
-    {"conflict.overwrite", "Overwrite"},
-    {"conflict.rename_existing", "Rename the old one"},
-    {"conflict.rename_new", "Keep both"},
-    {"conflict.skip", "Skip"},
-    {"dlg.busy_text", "Wait for the running operation to finish, or cancel it."},
-    {"dlg.busy_title", "Still busy"},
-    {"dlg.error", "Caution"},
-    {"dlg.errors_count", "%d entries failed"},
-    {"dlg.errors_title", "Errors"},
-    {"dlg.errors_truncated", "… further entries not listed."},
-    {"dlg.nothing_text", "Select at least one entry first."},
-    {"dlg.nothing_title", "Nothing found"},
-    {"dlg.same_dir_text", "Both sides show the same folder. Use Duplicate instead."},
-    {"dlg.same_dir_title", "Same folder"},
-    {"err.broken_link", "This link points at something that is not there."},
-    {"err.cannot_read", "Permission denied"},
-    {"err.disk_full", "Stopped — the target is full"},
-    {"err.link_same_dir",
-     "Both sides show the same folder — open a different one on the other side."},
-    {"err.name_empty", "The name must not be empty."},
-    {"err.name_exists", "Something with that name is already there."},
-    {"err.name_reserved", "That name is reserved."},
-    {"err.name_slash", "A name cannot contain a slash."},
-    {"err.name_too_long", "That name is too long."},
-    {"err.no_trash_here", "This location has no trash. Delete permanently instead."},
-    {"err.open_failed", "No program answered for this file."},
-    {"label.empty_folder", "empty"},
-    {"label.files", "files"},
-    {"pane.source", "SOURCE"},
-    {"pane.target", "TARGET"},
-    {"progress.cancelled_label", "Cancelled"},
-    {"progress.copied", "Copied"},
-    {"progress.copying", "Copying"},
-    {"progress.failures", "%d failed"},
-    {"progress.finished", "Done"},
-    {"progress.measuring", "Measuring what has to be copied …"},
-    {"progress.moved", "Moved"},
-    {"progress.moving", "Moving"},
-    {"progress.no_space", "Not enough space: %s free, %s needed"},
-    {"progress.stalled", "Waiting for %s — the drive is not responding"},
-    {"s", "s"},
-    {"settings.reset_done", "Settings reset"},
-    {"status.folder_summary", "%d folders, %d files"},
-    {"status.left_active", "Left side active"},
-    {"status.reloaded", "Reloaded"},
-    {"status.right_active", "Right side active"},
-    {"status.selected", "%d selected"},
-    {"task.deleted", "Deleted"},
-    {"task.packed", "Packed"},
-    {"task.unpacked", "Unpacked"},
-};
-
-static_assert(std::is_sorted(std::begin(kTexts), std::end(kTexts),
-                             [](const Text& a, const Text& b) {
-                                 return std::string_view(a.key) < std::string_view(b.key);
-                             }));
+// The row of a table of conventions for a code; null for none.
+template <typename Row, size_t count>
+const Row* find_code(const Row (&table)[count], std::string_view code) {
+    const Row* found = std::find_if(std::begin(table), std::end(table),
+                                    [&](const Row& row) { return row.code == code; });
+    return found == std::end(table) ? nullptr : found;
+}
 
 }  // namespace
+
+I18n::I18n() {
+    set_language("auto");
+}
 
 I18n& I18n::instance() {
     static I18n i18n;
@@ -106,18 +44,25 @@ I18n& I18n::instance() {
 
 void I18n::set_language(const std::string& code) {
     m_setting = code.empty() ? "auto" : code;
-    m_code = "en";
+    int row = row_of(m_setting == "auto" ? detect_system_language() : m_setting);
+    if (row < 0)
+        row = row_of("en");
+    const i18n_data::LangEntry& lang = LANGS[row];
+    m_code = lang.code;
+    m_rtl = lang.rtl;
+    // Relaxed: the tables that the index leads to are constant, so nothing else must be seen first.
+    m_lang_index.store(row, std::memory_order_relaxed);
 }
 
 const char* I18n::tr(const char* key) const {
     if (!key || !*key)
         return key;
-    const Text* found = std::lower_bound(
-        std::begin(kTexts), std::end(kTexts), key,
-        [](const Text& text, const char* k) { return std::strcmp(text.key, k) < 0; });
-    if (found == std::end(kTexts) || std::strcmp(found->key, key) != 0)
+    const auto* found = std::lower_bound(
+        std::begin(KEYS), std::end(KEYS), key,
+        [](const char* entry, const char* wanted) { return std::strcmp(entry, wanted) < 0; });
+    if (found == std::end(KEYS) || std::strcmp(*found, key) != 0)
         return key;
-    return found->english;
+    return LANGS[m_lang_index.load(std::memory_order_relaxed)].values[found - std::begin(KEYS)];
 }
 
 std::string I18n::trf(const char* key, ...) {
@@ -143,6 +88,83 @@ std::string I18n::trf(const char* key, ...) {
 
 std::string I18n::ui_font_family() const {
     return m_ui_font.empty() ? "sans-serif" : m_ui_font;
+}
+
+I18n::NumberFormat I18n::number_format() const {
+    struct Row {
+        std::string_view code;
+        const char* decimal;
+        const char* group;
+    };
+    static constexpr const char* kNarrow = "\xE2\x80\xAF";  // U+202F, a narrow no-break space
+    static constexpr Row TABLE[] = {
+        {"ar", ".", ","},     {"bg", ",", ""},  {"bn", ".", ","},     {"ca", ",", "."},
+        {"cs", ",", kNarrow}, {"da", ",", "."}, {"de", ",", "."},     {"el", ",", "."},
+        {"en", ".", ","},     {"es", ",", "."}, {"fa", ".", ","},     {"fi", ",", kNarrow},
+        {"fr", ",", kNarrow}, {"he", ".", ","}, {"hi", ".", ","},     {"hr", ",", "."},
+        {"hu", ",", "."},     {"id", ",", "."}, {"it", ",", "."},     {"ja", ".", ","},
+        {"ko", ".", ","},     {"lt", ",", "."}, {"lv", ",", kNarrow}, {"ms", ".", ","},
+        {"nb", ",", kNarrow}, {"ne", ".", ","}, {"nl", ",", "."},     {"pl", ",", kNarrow},
+        {"pt", ",", ""},      {"ro", ",", "."}, {"ru", ",", kNarrow}, {"sk", ",", kNarrow},
+        {"sl", ",", "."},     {"sr", ",", ""},  {"sv", ",", kNarrow}, {"sw", ".", ","},
+        {"th", ".", ","},     {"tl", ".", ","}, {"tr", ",", "."},     {"uk", ",", kNarrow},
+        {"ur", ".", ","},     {"vi", ",", "."}, {"zh", ".", ","},     {"zh_TW", ".", ","},
+    };
+    static_assert(std::size(TABLE) == i18n_data::kLanguageCount);
+    const Row* row = find_code(TABLE, LANGS[m_lang_index.load(std::memory_order_relaxed)].code);
+    return row ? NumberFormat{row->decimal, row->group} : NumberFormat{".", ","};
+}
+
+const char* I18n::date_format() const {
+    struct Row {
+        std::string_view code;
+        const char* format;
+    };
+    static constexpr Row TABLE[] = {
+        {"ar", "%d/%m/%y"}, {"bg", "%d.%m.%y"}, {"bn", "%d/%m/%y"}, {"ca", "%d/%m/%y"},
+        {"cs", "%d.%m.%y"}, {"da", "%d-%m-%y"}, {"de", "%d.%m.%y"}, {"el", "%d/%m/%y"},
+        {"en", "%m/%d/%y"}, {"es", "%d/%m/%y"}, {"fa", "%y/%m/%d"}, {"fi", "%d.%m.%y"},
+        {"fr", "%d/%m/%y"}, {"he", "%d/%m/%y"}, {"hi", "%d/%m/%y"}, {"hr", "%d.%m.%y"},
+        {"hu", "%y-%m-%d"}, {"id", "%d/%m/%y"}, {"it", "%d/%m/%y"}, {"ja", "%y/%m/%d"},
+        {"ko", "%y/%m/%d"}, {"lt", "%y-%m-%d"}, {"lv", "%y.%m.%d"}, {"ms", "%d/%m/%y"},
+        {"nb", "%d.%m.%y"}, {"ne", "%y/%m/%d"}, {"nl", "%d-%m-%y"}, {"pl", "%d.%m.%y"},
+        {"pt", "%d/%m/%y"}, {"ro", "%d.%m.%y"}, {"ru", "%d.%m.%y"}, {"sk", "%d.%m.%y"},
+        {"sl", "%d.%m.%y"}, {"sr", "%d.%m.%y"}, {"sv", "%y-%m-%d"}, {"sw", "%d/%m/%y"},
+        {"th", "%d/%m/%y"}, {"tl", "%m/%d/%y"}, {"tr", "%d-%m-%y"}, {"uk", "%d.%m.%y"},
+        {"ur", "%d/%m/%y"}, {"vi", "%d/%m/%y"}, {"zh", "%y/%m/%d"}, {"zh_TW", "%y/%m/%d"},
+    };
+    static_assert(std::size(TABLE) == i18n_data::kLanguageCount);
+    const Row* row = find_code(TABLE, LANGS[m_lang_index.load(std::memory_order_relaxed)].code);
+    return row ? row->format : "%m/%d/%y";
+}
+
+std::vector<LanguageInfo> I18n::available() {
+    std::vector<LanguageInfo> languages;
+    languages.reserve(std::size(LANGS));
+    for (const i18n_data::LangEntry& lang : LANGS)
+        languages.push_back({lang.code, lang.native_name, lang.rtl});
+    return languages;
+}
+
+std::string I18n::detect_system_language() {
+    return first_language_of(g_get_language_names());
+}
+
+std::string I18n::first_language_of(const char* const* names) {
+    for (; names && *names; ++names) {
+        std::string_view name = *names;
+        if (name.empty() || name == "C")
+            continue;
+        name = name.substr(0, name.find('.'));
+        name = name.substr(0, name.find('@'));
+        // The whole of it first, which is how "zh_TW" is not taken for "zh".
+        if (row_of(name) >= 0)
+            return std::string(name);
+        const size_t country = name.find('_');
+        if (country != name.npos && row_of(name.substr(0, country)) >= 0)
+            return std::string(name.substr(0, country));
+    }
+    return "en";
 }
 
 const char* tr(const char* key) {

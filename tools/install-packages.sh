@@ -9,13 +9,13 @@ set -euo pipefail
 packages_of() {
     case "$1" in
     build) # the program itself
-        echo g++ cmake ninja-build pkg-config libgtk-3-dev fonts-dejavu-core
+        echo g++ cmake ninja-build pkg-config libgtk-3-dev libgettextpo-dev fonts-dejavu-core
         ;;
     display) # a screen where there is none, and a picture of it
         echo xvfb xauth openbox imagemagick x11-utils xdotool
         ;;
     test)
-        echo ccache libgtest-dev libfuse3-dev python3
+        echo ccache libgtest-dev libfuse3-dev python3 gettext
         # A second compiler, the sanitizers' and fuzzers' runtimes, readable traces, style.
         echo clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14
         # Sessions for windows.
