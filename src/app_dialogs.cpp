@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <ctime>
 
 namespace {
 
@@ -51,17 +50,8 @@ std::string key_text(App::Overlay overlay, Action action, char letter) {
 }
 
 std::string date_text(int64_t seconds) {
-    const auto time = static_cast<std::time_t>(seconds);
-    std::tm local = {};
-    if (seconds <= 0 || !localtime_r(&time, &local))
-        return "—";
-    char text[64];
-    const std::string format = std::string(I18n::instance().date_format()) + " %H:%M";
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const size_t length = std::strftime(text, sizeof text, format.c_str(), &local);
-#pragma GCC diagnostic pop
-    return std::string(text, length);
+    const std::string text = seconds > 0 ? fmt::date_time(seconds) : std::string();
+    return text.empty() ? "—" : text;
 }
 
 double choices_height(size_t count, int columns) {

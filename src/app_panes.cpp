@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <ctime>
 #include <iterator>
 
 namespace {
@@ -40,26 +39,12 @@ std::string type_text(const FsEntry& entry) {
     return type;
 }
 
-std::string time_text(int64_t seconds) {
-    const auto time = static_cast<std::time_t>(seconds);
-    std::tm local = {};
-    if (!localtime_r(&time, &local))
-        return {};
-    char text[64];
-    const std::string format = std::string(I18n::instance().date_format()) + " %H:%M";
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const size_t length = std::strftime(text, sizeof text, format.c_str(), &local);
-#pragma GCC diagnostic pop
-    return std::string(text, length);
-}
-
 std::string modified_text(const FsEntry& entry) {
-    return time_text(entry.mtime);
+    return fmt::date_time(entry.mtime);
 }
 
 std::string created_text(const FsEntry& entry) {
-    return entry.btime == 0 ? "—" : time_text(entry.btime);
+    return entry.btime == 0 ? "—" : fmt::date_time(entry.btime);
 }
 
 std::string owner_text(const FsEntry& entry) {

@@ -1,5 +1,5 @@
-// Sizes, counts and durations as the user reads them, by the conventions of the language in effect,
-// which is asked for anew on each call. Re-entrant.
+// Sizes, counts, durations and times as the user reads them, by the conventions of the language in
+// effect, which is asked for anew on each call. Any thread.
 
 #pragma once
 
@@ -19,6 +19,18 @@ namespace fmt {
 [[nodiscard]] std::string files(int64_t number);
 // A duration with one decimal, always in seconds. The tenths never carry into the whole part.
 [[nodiscard]] std::string seconds(double s);
+
+// How long ago Unix time t was, in words; empty for 0, "just now" for the future.
+[[nodiscard]] std::string relative(int64_t t);
+// An age of that many seconds in words: minutes up to 45, hours up to 22, days up to 6, weeks up to
+// 4, months up to 11 and then years, rounded to the nearest.
+[[nodiscard]] std::string age(int64_t seconds);
+
+// Unix time t as a local date in the language's format; empty for 0 and for what is no date.
+[[nodiscard]] std::string date(int64_t t);
+// The same with hours and minutes behind it. 0 is a time like any other here: whether it stands for
+// "unknown", and what shows then, is the caller's matter.
+[[nodiscard]] std::string date_time(int64_t t);
 
 // The nearest int: what a "%d" of a translated text may be given.
 [[nodiscard]] int saturated(int64_t number);
