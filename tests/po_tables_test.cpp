@@ -2,6 +2,7 @@
 
 #include "test_env.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -70,6 +71,15 @@ class PoTables : public ::testing::Test {
                   0);
     }
 
+    // The number behind "untranslated: " in what was printed.
+    [[nodiscard]] int untranslated() const {
+        int number = -1;
+        const size_t at = m_output.find("untranslated: ");
+        if (at != std::string::npos)
+            std::sscanf(m_output.c_str() + at, "untranslated: %d", &number);
+        return number;
+    }
+
     void expect_fault(const std::string& line) {
         EXPECT_EQ(run(), 1);
         EXPECT_NE(m_output.find(line + "\n"), std::string::npos) << line << "\n" << m_output;
@@ -117,10 +127,13 @@ TEST_F(PoTables, a_file_that_is_marked_may_have_empty_texts_and_each_is_counted)
     EXPECT_NE(m_output.find("fr.po: nothing is untranslated; X-Ferrodeck-Status can go"),
               std::string::npos)
         << m_output;
+    const int before = untranslated();
+    ASSERT_GE(before, 0) << m_output;
     translate("fr.po", kCancel, "");
     translate("fr.po", kNoSpace, "");
     ASSERT_EQ(run(), 0) << m_output;
     EXPECT_NE(m_output.find(" fr 2"), std::string::npos) << m_output;
+    EXPECT_EQ(untranslated(), before + 2);
     EXPECT_NE(read_file(output_path()).find("VALUES_fr[kTextCount]"), std::string::npos);
 }
 
@@ -217,7 +230,7 @@ TEST_F(PoTables, a_doubled_key_is_a_fault) {
 }
 
 TEST_F(PoTables, bytes_that_are_no_utf8_are_a_fault) {
-    for (const char* bytes : {"\xFF", "\xC3", "\xE9 la", "\xC0\x80", "\xED\xA0\x80"}) {
+    for (const char* bytes : {"\xFF", "\xC3", "\\377", "\xE9 la", "\xC0\x80", "\xED\xA0\x80"}) {
         start();
         translate("de.po", kCancel, std::string("a") + bytes);
         EXPECT_EQ(run(), 1) << bytes;
