@@ -177,7 +177,7 @@ std::string fault_of(const std::string& text, const std::string& english) {
 std::string header_field(po_file_t file, const char* name) {
     const char* header = po_file_domain_header(file, nullptr);
     char* value = header ? po_header_field(header, name) : nullptr;
-    const std::string text = value ? value : "";
+    std::string text = value ? value : "";
     std::free(value);
     return text;
 }
