@@ -376,11 +376,7 @@ class KeyRoads : public Roads {
     }
     // Starts the program and waits until its window has the keyboard.
     void open() {
-        ASSERT_TRUE(wait_until(30, [] {
-            std::string out;
-            return run("xprop -root _NET_SUPPORTING_WM_CHECK", &out) == 0 &&
-                   out.find("window id") != std::string::npos;
-        })) << "the window manager did not start";
+        ASSERT_TRUE(m_server->wait_for_window_manager());
         m_program.start(sides());
         ASSERT_TRUE(wait_until(30,
                                [] {

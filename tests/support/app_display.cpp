@@ -1,5 +1,7 @@
 #include "app_display.h"
 
+#include "test_env.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -39,7 +41,8 @@ bool answers(const std::string& display) {
     return connects(path.c_str(), true) || connects(path.c_str(), false);
 }
 
-// Runs a program that is to end with this process. -1 when it cannot be started.
+}  // namespace
+
 pid_t spawn(const std::vector<std::string>& words, int keep_fd) {
     const pid_t parent = getpid();
     const pid_t child = fork();
@@ -61,6 +64,24 @@ pid_t spawn(const std::vector<std::string>& words, int keep_fd) {
     _exit(127);
 }
 
+std::string spawn_and_read_line(std::vector<std::string> words, pid_t& pid) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return {};
+    for (std::string& word : words)
+        if (const size_t at = word.find("%fd"); at != std::string::npos)
+            word.replace(at, 3, std::to_string(ends[1]));
+    pid = spawn(words, ends[1]);
+    close(ends[1]);
+    // A failed start closes the pipe.
+    std::string line;
+    char c = 0;
+    while (::read(ends[0], &c, 1) == 1 && c != '\n')
+        line += c;
+    close(ends[0]);
+    return line;
+}
+
 void end(pid_t pid) {
     if (pid <= 0)
         return;
@@ -69,35 +90,35 @@ void end(pid_t pid) {
         continue;
 }
 
-}  // namespace
-
 XServer::XServer(bool window_manager) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
-        return;
-    m_server = spawn({"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0", "1600x1200x24",
-                      "-nolisten", "tcp", "-noreset"},
-                     ends[1]);
-    close(ends[1]);
-    // The server writes its number once it takes connections; a failed start closes the pipe.
-    std::string number;
-    char c = 0;
-    while (read(ends[0], &c, 1) == 1 && c != '\n')
-        number += c;
-    close(ends[0]);
+    // The server writes its number once it takes connections.
+    const std::string number = spawn_and_read_line({"Xvfb", "-displayfd", "%fd", "-screen", "0",
+                                                    "1600x1200x24", "-nolisten", "tcp", "-noreset"},
+                                                   m_server);
     if (number.empty())
         return;
     m_display = ":" + number;
     if (window_manager) {
         setenv("DISPLAY", m_display.c_str(), 1);
         // Its theme lies where a window test may have hidden it.
-        m_manager = spawn({"env", "-u", "XDG_DATA_DIRS", "openbox", "--sm-disable"}, -1);
+        m_manager = spawn({"env", "-u", "XDG_DATA_DIRS", "openbox", "--sm-disable"});
     }
 }
 
 XServer::~XServer() {
     end(m_manager);
     end(m_server);
+}
+
+bool XServer::wait_for_window_manager() const {
+    for (int i = 0; i < 3000; ++i) {
+        std::string out;
+        if (run("xprop -display " + m_display + " -root _NET_SUPPORTING_WM_CHECK", &out) == 0 &&
+            out.find("window id") != std::string::npos)
+            return true;
+        usleep(10'000);
+    }
+    return false;
 }
 
 bool ensure_display() {

@@ -44,6 +44,8 @@ void AppTest::SetUp() {
     // Under ctest each test has a process of its own; these make do when a developer runs several.
     Log::instance().clear();
     SettingsStore::instance().mutable_get() = Settings{};
+    for (const char* name : {"settings.json", "geometry.json", "bookmarks.txt", "recent.txt"})
+        std::remove(config_file(name).c_str());
     // No desktop service is asked, so that a test does not depend on who is logged in.
     setenv("GDK_BACKEND", "x11", 1);
     setenv("NO_AT_BRIDGE", "1", 1);
@@ -53,6 +55,11 @@ void AppTest::SetUp() {
     setenv("XDG_DATA_DIRS", (test_env::root() + "/data").c_str(), 0);
     if (!test_env::ensure_display())
         GTEST_SKIP() << "no X server, and Xvfb cannot be started";
+}
+
+std::string AppTest::config_file(const std::string& name) {
+    test_env::make_dirs(test_env::root() + "/config/Ferrodeck");
+    return test_env::root() + "/config/Ferrodeck/" + name;
 }
 
 void AppTest::start(const std::vector<std::string>& arguments) {

@@ -28,6 +28,8 @@ class AppTest : public ::testing::Test {
     // Opens the window on the folders left() and right(), or as the arguments say. The frame has
     // been painted once when this returns.
     void start(const std::vector<std::string>& arguments = {});
+    // A file of the configuration folder, which is made if it is missing.
+    static std::string config_file(const std::string& name);
     // Ends the program as its main loop's end would.
     void finish();
     App& app() { return *m_app; }

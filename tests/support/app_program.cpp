@@ -44,8 +44,12 @@ std::string Program::path() {
 }
 
 void Program::write_settings(const std::string& text) {
-    make_dirs(m_home / "config/Ferrodeck");
     write_file(settings_path(), text);
+}
+
+std::string Program::config_file(const std::string& name) const {
+    make_dirs(m_home / "config/Ferrodeck");
+    return m_home / ("config/Ferrodeck/" + name);
 }
 
 void Program::start(const std::vector<std::string>& arguments, const std::string& working_dir) {

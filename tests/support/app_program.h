@@ -23,6 +23,8 @@ class Program {
 
     // Before start(): the text of settings.json.
     void write_settings(const std::string& text);
+    // A file of the configuration folder, which is made if it is missing.
+    std::string config_file(const std::string& name) const;
     void start(const std::vector<std::string>& arguments, const std::string& working_dir = {});
     // The exit status, 128 and the signal's number, or -1 when it has not ended by then.
     int wait(double seconds = 60);
@@ -37,7 +39,7 @@ class Program {
     bool logged(const std::string& text) const;
     bool wait_logged(const std::string& text, double seconds = 30) const;
     std::string log_path() const { return m_home / "config/Ferrodeck/Ferrodeck.log"; }
-    std::string settings_path() const { return m_home / "config/Ferrodeck/settings.json"; }
+    std::string settings_path() const { return config_file("settings.json"); }
 
   private:
     TempDir m_home;
