@@ -1,7 +1,11 @@
-// The user's preferences and the small state that survives a run, read once at the start. So far
-// only two of them are read from the file, and none is written: what the interface changes holds
-// for the run. Interface thread only; no lock. No failure is ever reported: a missing or unreadable
-// file means the defaults.
+// The user's preferences and the small state that survives a run: one plain structure, read once at
+// the start from "settings.json" and written whole whenever it has changed. Interface thread only;
+// no lock. No failure is ever reported: a missing or unreadable file means the defaults, a failed
+// save leaves the old file.
+//
+// The file has the form of JSON, but neither side is a JSON implementation: the writer prints a
+// fixed list of lines, and the reader searches the text for each key. The reader does not undo what
+// the writer escapes, so that a folder whose name holds a quote or a backslash is not remembered.
 
 #pragma once
 
@@ -45,11 +49,11 @@ struct Settings {
     bool show_owner = false;
     bool show_group = false;
 
-    std::string font_family;  // empty: the system's
-    int font_scale = 100;     // per cent, 70 to 200; scales the whole interface
-    std::string archive_format = "tar.gz";
+    std::string font_family;                // at most 120 bytes; empty: the system's
+    int font_scale = 100;                   // per cent, 70 to 200; scales the whole interface
+    std::string archive_format = "tar.gz";  // archive_ops::label_for() of a format
 
-    int archive_view_w = 0;  // logical units; 0: the dialogue's own size
+    int archive_view_w = 0;  // logical units, 201 to 19999; 0: the dialogue's own size
     int archive_view_h = 0;
     int hex_view_w = 0;
     int hex_view_h = 0;
@@ -72,9 +76,9 @@ class SettingsStore {
     [[nodiscard]] const Settings& get() const { return m_settings; }
     [[nodiscard]] Settings& mutable_get() { return m_settings; }
 
-    // Reads the file over the current values.
+    // Reads the file over the current values. A missing key keeps the present value of most
+    // fields; folders, sort orders and sizes go back to their defaults.
     void load();
-    // Deliberately writes nothing yet: a file written by half a store would lose the other half.
     void save() const;
 
   private:
