@@ -99,6 +99,10 @@ Palette Palette::dark_() {
     return p;
 }
 
+Palette Palette::for_theme(const std::string& theme, bool desktop_prefers_dark) {
+    return theme == "dark" || (theme == "auto" && desktop_prefers_dark) ? dark_() : light();
+}
+
 bool hex_to_rgb(const std::string& hex, Rgb& out) {
     const std::string digits = !hex.empty() && hex[0] == '#' ? hex.substr(1) : hex;
     if (digits.size() != 6)

@@ -58,6 +58,8 @@ struct Palette {
 
     [[nodiscard]] static Palette light();
     [[nodiscard]] static Palette dark_();
+    // By the theme setting; "auto" goes by what the desktop prefers.
+    [[nodiscard]] static Palette for_theme(const std::string& theme, bool desktop_prefers_dark);
 };
 
 // Six hex digits with or without a leading "#". False leaves `out` alone.
