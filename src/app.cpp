@@ -5,12 +5,15 @@
 
 #include "app.h"
 
+#include "desktop_theme.h"
 #include "fs_ops.h"
 #include "i18n.h"
 #include "logger.h"
 #include "paths.h"
+#include "recent.h"
 #include "settings.h"
 #include "strutil.h"
+#include "window_manager.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -151,6 +154,11 @@ gboolean on_key_press_cb(GtkWidget*, GdkEventKey* event, gpointer data) {
     return TRUE;  // GTK never sees a key
 }
 
+gboolean on_configure_cb(GtkWidget*, GdkEventConfigure*, gpointer data) {
+    app_of(data).store_geometry();
+    return FALSE;  // GTK places its widgets by this event
+}
+
 gboolean on_delete_cb(GtkWidget*, GdkEvent*, gpointer data) {
     app_of(data).on_delete();
     return FALSE;  // the window closes
@@ -182,6 +190,7 @@ void App::begin(int argc, char** argv) {
     log_start();
     load_state();
     build_window();
+    watch_desktop_theme();
     watch_signals();
     flash_status("Build " FERRODECK_BUILD);
     m_flash_until = now_seconds() + 4.0;
@@ -196,6 +205,7 @@ void App::finish() {
     if (m_tick_id)
         g_source_remove(m_tick_id);
     m_tick_id = 0;
+    desktop_theme::watch({});
     save_state();
     // The user sees the window go before any waiting begins.
     GdkDisplay* display = gdk_display_get_default();
@@ -307,16 +317,29 @@ void App::save_state() {
 }
 
 void App::save_state_if_changed() {
+    if (m_left.path() != m_saved_left)
+        recent::add(m_left.path());
+    if (m_right.path() != m_saved_right)
+        recent::add(m_right.path());
     if (m_left.path() != m_saved_left || m_right.path() != m_saved_right ||
         !same_order(m_left.sort_order(), m_saved_left_sort) ||
         !same_order(m_right.sort_order(), m_saved_right_sort))
         save_state();
 }
 
-// "auto" is light as long as nobody asks the desktop.
+// The desktop is asked only where its answer counts: that may take half a second.
 void App::apply_theme() {
-    const bool dark = SettingsStore::instance().get().theme == "dark";
-    m_palette = dark ? Palette::dark_() : Palette::light();
+    const std::string& theme = SettingsStore::instance().get().theme;
+    m_palette = Palette::for_theme(theme, theme == "auto" && desktop_theme::prefers_dark());
+}
+
+void App::watch_desktop_theme() {
+    desktop_theme::watch([this] {
+        if (SettingsStore::instance().get().theme != "auto")
+            return;
+        apply_theme();
+        request_redraw();
+    });
 }
 
 void App::refresh_both() {
@@ -356,27 +379,53 @@ void App::build_window() {
     connect(m_canvas, "scroll-event", G_CALLBACK(on_scroll_cb));
     connect(m_canvas, "leave-notify-event", G_CALLBACK(on_leave_cb));
     connect(m_window, "key-press-event", G_CALLBACK(on_key_press_cb));
+    connect(m_window, "configure-event", G_CALLBACK(on_configure_cb));
     connect(m_window, "delete-event", G_CALLBACK(on_delete_cb));
     connect(m_window, "destroy", G_CALLBACK(on_destroy_cb));
     m_tick_id = g_timeout_add(kTickMs, on_tick_cb, this);
     gtk_widget_show_all(m_window);
 }
 
-// The geometry of the command line, or the default size on the pointer's monitor. A geometry that
-// does not parse is ignored in silence.
+// The geometry of the command line, the one of the last run, or the default size on the pointer's
+// monitor. A geometry that does not parse is ignored in silence.
 void App::place_window() {
     int width = 0;
     int height = 0;
     int x = 0;
     int y = 0;
     const int fields = std::sscanf(m_arg_geometry.c_str(), "%dx%d+%d+%d", &width, &height, &x, &y);
-    if (fields != 4 || width <= 0 || height <= 0)
+    if (fields == 4 && width > 0 && height > 0) {
+        Log::infof("geometry taken over from the calling instance: %dx%d+%d+%d", width, height, x,
+                   y);
+        width = std::max(width, kMinWidth);
+        height = std::max(height, kMinHeight);
+        gtk_window_set_default_size(GTK_WINDOW(m_window), width, height);
+        return move_to_fitting_monitor(x, y, width, height);
+    }
+    const WindowGeometry saved = WindowManager::instance().load();
+    if (!saved.valid)
         return center_on_current_monitor(kDefaultWidth, kDefaultHeight);
-    Log::infof("geometry taken over from the calling instance: %dx%d+%d+%d", width, height, x, y);
-    width = std::max(width, kMinWidth);
-    height = std::max(height, kMinHeight);
+    width = std::max(saved.width, kMinWidth);
+    height = std::max(saved.height, kMinHeight);
+    if (saved.maximized)
+        return maximize_window(width, height);
     gtk_window_set_default_size(GTK_WINDOW(m_window), width, height);
-    move_to_fitting_monitor(x, y, width, height);
+    if (!saved.has_position)
+        return center_instead_of(saved.x, saved.y, width, height);
+    move_to_fitting_monitor(saved.x, saved.y, width, height);
+}
+
+// Where no window manager maximises it, the window has the size that it would be restored to: more
+// than the monitor shows would be more than a window can have, if the file is damaged.
+void App::maximize_window(int width, int height) {
+    GdkDisplay* display = gdk_display_get_default();
+    if (GdkMonitor* monitor = display ? monitor_under_pointer(display) : nullptr) {
+        const GdkRectangle area = usable_area(monitor);
+        width = std::max(std::min(width, area.width), kMinWidth);
+        height = std::max(std::min(height, area.height), kMinHeight);
+    }
+    gtk_window_set_default_size(GTK_WINDOW(m_window), width, height);
+    gtk_window_maximize(GTK_WINDOW(m_window));
 }
 
 // Moves the window there if one monitor shows all of it; a position that none does is never used.
@@ -393,9 +442,27 @@ void App::move_to_fitting_monitor(int x, int y, int width, int height) {
             bottom <= int64_t{area.y} + area.height)
             return gtk_window_move(GTK_WINDOW(m_window), x, y);
     }
+    center_instead_of(x, y, width, height);
+}
+
+void App::center_instead_of(int x, int y, int width, int height) {
     Log::infof("saved position %d,%d (%dx%d) fits no current monitor — centring", x, y, width,
                height);
     center_on_current_monitor(width, height);
+}
+
+// Before it is mapped the window is where the toolkit has put it, not where the user has.
+void App::store_geometry() const {
+    if (!m_window || !gtk_widget_get_mapped(m_window))
+        return;
+    GtkWindow* const window = GTK_WINDOW(m_window);
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+    gtk_window_get_position(window, &x, &y);
+    gtk_window_get_size(window, &width, &height);
+    WindowManager::instance().save(x, y, width, height, gtk_window_is_maximized(window) != FALSE);
 }
 
 void App::center_on_current_monitor(int w, int h) {

@@ -178,8 +178,12 @@ class App {
 
     void build_window();
     void place_window();
+    void maximize_window(int width, int height);
     void move_to_fitting_monitor(int x, int y, int width, int height);
+    void center_instead_of(int x, int y, int width, int height);
     void center_on_current_monitor(int w, int h);
+    void store_geometry() const;  // where the window is now, for the next start
+    void watch_desktop_theme();
     void watch_signals();
     void on_delete();   // the window's close button
     void on_destroy();  // the window is gone
@@ -307,6 +311,10 @@ class App {
     void toggle_column(Action action);
     void change_settings(Action action);
     void reset_settings();
+    void step_language(int step);
+    void toggle_bookmark();
+    void remove_bookmark();
+    void open_bookmark(bool right);
     void answer_conflict(copy_engine::ConflictAction answer);
     void move_cursor_to_single_selection();
 
@@ -404,6 +412,7 @@ class App {
     const char* m_message_action_label = nullptr;  // its catalogue key
     std::map<char, Action> m_overlay_accels;       // upper-case letter; rebuilt as it is painted
     bool m_conflict_apply_all = false;
+    std::string m_pending_bookmark;  // the path that a bookmark's dialogue is about; empty: none
 
     // --- Fields: keyboard (app_keys.cpp) ------------------------------------------------------
 

@@ -2,6 +2,7 @@
 
 #include "app.h"
 
+#include "bookmarks.h"
 #include "file_ops.h"
 #include "fs_ops.h"
 #include "i18n.h"
@@ -203,8 +204,20 @@ void App::dispatch(Action action) {
     case Action::SettingsScaleMinus:
     case Action::SettingsScalePlus:
         return change_settings(action);
+    case Action::SettingsLanguagePrev:
+        return step_language(-1);
+    case Action::SettingsLanguageNext:
+        return step_language(1);
     case Action::SettingsReset:
         return reset_settings();
+    case Action::BookmarkAdd:
+        return toggle_bookmark();
+    case Action::BookmarkRemove:
+        return remove_bookmark();
+    case Action::BookmarkOpenLeft:
+        return open_bookmark(false);
+    case Action::BookmarkOpenRight:
+        return open_bookmark(true);
     case Action::LogToggleDebug:
         Log::instance().set_debug(!Log::instance().debug());
         Log::infof("debug logging %s", Log::instance().debug() ? "ON" : "off");
@@ -238,11 +251,7 @@ void App::dispatch(Action action) {
     case Action::SelectPattern:
     case Action::SearchPane:
     case Action::GoToPath:
-    case Action::BookmarkAdd:
-    case Action::BookmarkRemove:
     case Action::BookmarkManage:
-    case Action::BookmarkOpenLeft:
-    case Action::BookmarkOpenRight:
     case Action::UnpackLeft:
     case Action::UnpackRight:
     case Action::PackTargetLeft:
@@ -254,8 +263,6 @@ void App::dispatch(Action action) {
     case Action::SandboxInfo:
     case Action::SandboxCopyCommand:
     case Action::SandboxDontShow:
-    case Action::SettingsLanguagePrev:
-    case Action::SettingsLanguageNext:
     case Action::SettingsArchiveFormat:
     case Action::DeleteToTrash:
     case Action::DeletePermanent:
@@ -513,6 +520,41 @@ void App::go_to_trash() {
     active_pane().navigate_to(dir, show_hidden());
 }
 
+void App::toggle_bookmark() {
+    const std::string path = active_pane().path();
+    const bool marked = bookmarks::contains(path);
+    if (marked)
+        bookmarks::remove(path);
+    else
+        bookmarks::add(path);
+    show_message(tr("menu.bookmarks"), tr(marked ? "bookmark.removed" : "bookmark.added"));
+}
+
+void App::remove_bookmark() {
+    const std::string pending = std::exchange(m_pending_bookmark, {});
+    const std::string path = pending.empty() ? active_pane().path() : pending;
+    close_overlay();
+    if (!bookmarks::remove(path))
+        Log::warnf("bookmark remove failed: %s", path.c_str());
+    else if (pending.empty())
+        show_message(tr("menu.bookmarks"), tr("bookmark.removed"));
+}
+
+// The folder is looked at first: a bookmark may lead to a drive that is not there today, and the
+// pane keeps what it shows then.
+void App::open_bookmark(bool right) {
+    const std::string path = std::exchange(m_pending_bookmark, {});
+    close_overlay();
+    if (path.empty())
+        return;
+    const dir_lister::Listing probe = dir_lister::read(path, show_hidden());
+    if (!probe.error.empty())
+        return show_error(path + ": " + probe.error);
+    pane_for(right).navigate_to(path, show_hidden());
+    m_active_right = right;
+    Log::infof("bookmark → %s (%s pane)", path.c_str(), right ? "right" : "left");
+}
+
 void App::answer_conflict(ConflictAction answer) {
     copy_engine::instance().resolve_conflict(answer, m_conflict_apply_all);
     close_overlay();
@@ -559,6 +601,21 @@ void App::change_settings(Action action) {
         apply_theme();
     if (scale)
         Log::infof("UI scale %d %%", s.font_scale);
+}
+
+// "auto" and then the languages, round in either direction.
+void App::step_language(int step) {
+    std::vector<std::string> codes = {"auto"};
+    for (const auto& language : I18n::available())
+        codes.push_back(language.code);
+    SettingsStore& store = SettingsStore::instance();
+    std::string& present = store.mutable_get().language;
+    const auto found = std::find(codes.begin(), codes.end(), present);
+    const auto position = static_cast<int>(found == codes.end() ? 0 : found - codes.begin());
+    const auto count = static_cast<int>(codes.size());
+    present = codes[static_cast<size_t>((position + step + count) % count)];
+    I18n::instance().set_language(present);
+    store.save();
 }
 
 void App::reset_settings() {

@@ -36,6 +36,7 @@ constexpr KeyRow kActionKeys[] = {
     {GDK_KEY_KP_Multiply, 0, Action::InvertSelection},
     {GDK_KEY_a, GDK_CONTROL_MASK, Action::SelectAll},
     {GDK_KEY_c, GDK_CONTROL_MASK, Action::CopyPath},
+    {GDK_KEY_d, GDK_CONTROL_MASK, Action::BookmarkAdd},
     {GDK_KEY_h, GDK_CONTROL_MASK, Action::ToggleHidden},
     {GDK_KEY_q, GDK_CONTROL_MASK, Action::Quit},
     {GDK_KEY_r, GDK_CONTROL_MASK, Action::Refresh},

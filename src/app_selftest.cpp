@@ -4,6 +4,7 @@
 
 #include "app.h"
 
+#include "bookmarks.h"
 #include "i18n.h"
 #include "logger.h"
 #include "settings.h"
@@ -102,6 +103,8 @@ void App::run_self_test() {
     const std::string paths[] = {m_left.path(), m_right.path()};
     const dir_lister::SortOrder orders[] = {m_left.sort_order(), m_right.sort_order()};
     const bool active_right = m_active_right;
+    const std::vector<bookmarks::Bookmark> marked =
+        all ? bookmarks::all() : std::vector<bookmarks::Bookmark>();
     int executed = 0;
     int unknown = 0;
     for (const std::string& name : all ? all_actions() : split_at_commas(m_arg_actions)) {
@@ -125,6 +128,7 @@ void App::run_self_test() {
             pane_for(right).navigate_to(paths[right], before.show_hidden);
         }
         m_active_right = active_right;
+        bookmarks::restore(marked);
         SettingsStore::instance().save();
     }
     Log::infof("selftest: done, %d executed, %d unknown", executed, unknown);

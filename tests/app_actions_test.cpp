@@ -169,7 +169,7 @@ TEST_F(AppActions, a_command_that_does_not_stand_yet_says_so) {
     start();
     pane().select_all();
     for (const Action action : {Action::NewFolder, Action::Pack, Action::Delete, Action::Properties,
-                                Action::SearchPane, Action::GoToPath, Action::BookmarkAdd,
+                                Action::SearchPane, Action::GoToPath, Action::BookmarkManage,
                                 Action::About, Action::SettingsWindow, Action::LogWindow}) {
         app().perform(action, 0);
         EXPECT_EQ(app().m_overlay, App::Overlay::Message) << action_name(action);
