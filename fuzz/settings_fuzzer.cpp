@@ -1,49 +1,48 @@
 // settings.json as it may come: hand-edited, cut off, from another program. Whatever it holds, the
-// values stay within their bounds.
+// values stay within their bounds, and what is saved of them reads as the same.
 
+#include "config_dir.h"
 #include "settings.h"
-
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <sys/stat.h>
 
 namespace {
 
-std::string g_file;
+void require(bool held) {
+    if (!held)
+        std::abort();
+}
+
+void require_size(int value, int least, int most) {
+    require(value == 0 || (value >= least && value <= most));
+}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    std::string dir = "/dev/shm/ferrodeck-fuzz.XXXXXX";
-    if (!mkdtemp(dir.data()))
-        std::abort();
-    setenv("XDG_CONFIG_HOME", dir.c_str(), 1);
-    mkdir((dir + "/Ferrodeck").c_str(), 0700);
-    g_file = dir + "/Ferrodeck/settings.json";
-    std::atexit([] {
-        std::remove(g_file.c_str());
-        for (int up = 0; up < 2; ++up) {
-            g_file.resize(g_file.rfind('/'));
-            std::remove(g_file.c_str());
-        }
-    });
+    make_config_dir("settings.json");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::FILE* file = std::fopen(g_file.c_str(), "we");
-    if (!file)
-        std::abort();
-    std::fwrite(data, 1, size, file);
-    std::fclose(file);
+    write_config_file(data, size);
     SettingsStore& store = SettingsStore::instance();
     store.mutable_get() = Settings();
     store.load();
-    if (store.get().thread_count < 0 || store.get().thread_count > 16)
-        std::abort();
-    if (store.get().default_conflict == copy_engine::ConflictAction::Cancel)
-        std::abort();
+    const Settings s = store.get();
+    require(s.thread_count >= 0 && s.thread_count <= 16);
+    require(s.font_scale >= 70 && s.font_scale <= 200);
+    require(s.font_family.size() <= 120);
+    require(s.default_conflict != copy_engine::ConflictAction::Cancel);
+    require(s.theme == "auto" || s.theme == "light" || s.theme == "dark");
+    for (const int view : {s.archive_view_w, s.archive_view_h, s.hex_view_w, s.hex_view_h})
+        require_size(view, 201, 19999);
+    for (const int column : {s.col_w_name, s.col_w_size, s.col_w_type, s.col_w_modified,
+                             s.col_w_created, s.col_w_permissions, s.col_w_owner, s.col_w_group})
+        require_size(column, 40, 900);
+    store.save();
+    store.load();
+    const Settings& again = store.get();
+    require(again.language == s.language && again.theme == s.theme);
+    require(again.thread_count == s.thread_count && again.font_scale == s.font_scale);
+    require(again.left_sort == s.left_sort && again.archive_format == s.archive_format);
     return 0;
 }
