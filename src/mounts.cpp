@@ -1,10 +1,10 @@
 #include "mounts.h"
 
+#include "config_file.h"
 #include "paths.h"
 #include "strutil.h"
 
 #include <array>
-#include <fstream>
 #include <sstream>
 #include <unordered_set>
 
@@ -90,8 +90,11 @@ std::vector<Mount> parse_mountinfo(std::istream& in) {
 
 const std::vector<Mount>& all() {
     static const std::vector<Mount> table = [] {
-        std::ifstream file("/proc/self/mountinfo");
-        return parse_mountinfo(file);
+        // Not by a stream, whose descriptor the programs that are started would inherit.
+        std::string text;
+        static_cast<void>(config_file::read("/proc/self/mountinfo", text));
+        std::istringstream in(text);
+        return parse_mountinfo(in);
     }();
     return table;
 }
