@@ -223,8 +223,10 @@ void App::end_workers() {
     BgTask& task = BgTask::instance();
     cancel_work();
     const double until = now_seconds() + kEndWaitSeconds;
-    while (busy() && now_seconds() < until)
+    while (busy() && now_seconds() < until) {
+        engine.watchdog_tick();  // wakes those whom the cancel missed
         g_usleep(10000);
+    }
     if (busy()) {
         Log::warnf("a worker did not end within %.0f s, leaving without it", kEndWaitSeconds);
         _exit(EXIT_SUCCESS);

@@ -26,6 +26,7 @@ namespace {
 
 constexpr int kWakeSignal = SIGUSR2;
 constexpr size_t kLoggedSources = 20;
+constexpr useconds_t kLastTicksMicroseconds = 5000;
 
 std::atomic<double> g_clock_ahead{0};
 
@@ -70,6 +71,10 @@ Engine& instance() {
 
 Engine::~Engine() {
     cancel();
+    while (m_running.load()) {
+        watchdog_tick();
+        usleep(kLastTicksMicroseconds);
+    }
     reap();
 }
 
@@ -199,6 +204,7 @@ void Engine::start_threads(std::vector<std::string> sources) {
 
 void Engine::cancel() {
     m_cancel = true;
+    m_woken_at = monotonic_seconds();
     size_t woken = 0;
     if (m_slots) {
         for (int slot = 0; slot < m_thread_count; ++slot) {
@@ -214,6 +220,24 @@ void Engine::cancel() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_conflict_cv.notify_all();
     m_queue_cv.notify_all();
+}
+
+// A signal that comes just before a call that hangs is lost on it. So a cancelled run is woken
+// again until it has ended: the workers that show no sign of life, and the scanner or the end of
+// the run. No timed-out flag is set, since the user wanted the end and needs no other reason told.
+void Engine::wake_cancelled(double now) {
+    if (now - m_woken_at < kCancelWakeSeconds)
+        return;
+    m_woken_at = now;
+    for (int index = 0; index < m_thread_count; ++index) {
+        const Slot& slot = m_slots[static_cast<size_t>(index)];
+        const pthread_t tid = slot.tid.load();
+        if (tid != 0 && now - slot.last_progress.load() >= kCancelWakeSeconds)
+            pthread_kill(tid, kWakeSignal);
+    }
+    const pthread_t scanner = m_scanner_tid.load();
+    if (scanner != 0 && now - m_scanner_progress.load() >= kCancelWakeSeconds)
+        pthread_kill(scanner, kWakeSignal);
 }
 
 void Engine::reap() {
@@ -237,6 +261,7 @@ void Engine::end_run() {
         if (m_op == Operation::Move && !m_cancel)
             move_dirs = m_move_dirs;
     }
+    m_scanner_progress = monotonic_seconds();
     m_scanner_tid = pthread_self();  // a dead mount may keep us here, so a cancel must reach us
     // A folder that still holds something, because of a failure or a skip, stays.
     for (const Folder* dir : move_dirs) {
@@ -298,6 +323,7 @@ void Engine::restore_folder_modes() {
     for (auto folder = m_folders.rbegin(); folder != m_folders.rend(); ++folder) {
         if (!folder->made_here)
             continue;
+        m_scanner_progress = monotonic_seconds();
         int fd = -1;
         do {
             fd = open(folder->target.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -392,6 +418,8 @@ std::string Engine::watchdog_tick() {
         if (is_first_wake)
             Log::warnf("watchdog: worker %d stalled for %.0f s — waking it", index, age);
     }
+    if (m_cancel)
+        wake_cancelled(now);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_stalled_path = path;
     m_stalled_seconds = seconds;

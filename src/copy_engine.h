@@ -95,6 +95,7 @@ constexpr size_t kMaxStoredFailures = 500;
 constexpr int kAttempts = 3;
 constexpr double kStallReportSeconds = 15;
 constexpr double kStallWakeSeconds = 90;
+constexpr double kCancelWakeSeconds = 1;  // between two wakes of a cancelled run
 
 // CLOCK_MONOTONIC in seconds, as the watchdog reads it.
 [[nodiscard]] double monotonic_seconds();
@@ -114,7 +115,8 @@ class Engine {
     // is the user's setting, 0 for automatic.
     bool start(std::vector<std::string> sources, std::string target_dir, Operation op, int threads,
                ConflictAction default_action);
-    // Asks the run to end and wakes every worker out of its system call.
+    // Asks the run to end and wakes every thread out of its system call. One that was just about
+    // to enter the call misses this; watchdog_tick() wakes it again.
     void cancel();
     // Joins the threads of a run that has ended.
     void reap();
@@ -125,7 +127,7 @@ class Engine {
     void resolve_conflict(ConflictAction action, bool apply_to_all);
     [[nodiscard]] Progress snapshot();
     // The path of the first worker that shows no sign of life, or empty. Wakes the ones that have
-    // shown none for kStallWakeSeconds.
+    // shown none for kStallWakeSeconds, and everybody who is still there after a cancel.
     std::string watchdog_tick();
 
     // A free name beside `name` in `dir` ("report.1.txt"), or empty when none was found.
@@ -199,6 +201,7 @@ class Engine {
     void end_run();
     void remove_moved_folder(const Folder& folder) const;
     void restore_folder_modes();
+    void wake_cancelled(double now);
     void note_failure(const std::string& path, const std::string& message,
                       const std::string& target, int attempts, int code);
     void set_current(int slot, const std::string& path);
@@ -246,6 +249,7 @@ class Engine {
     bool attempt_hard_link(Worker& worker, const std::string& target, bool& replace,
                            Attempt& result);
     void attempt_copy(Worker& worker, const std::string& target, bool& replace, Attempt& result);
+    static void discard_copy(const Worker& worker, const std::string& target);
     Copied finish_attempt(Worker& worker, const std::string& target, int number,
                           const Attempt& result);
     Copied give_up(Worker& worker, const std::string& target, const std::string& last_error,
@@ -290,6 +294,7 @@ class Engine {
     // Interface thread.
     std::vector<std::thread> m_workers;
     std::thread m_scanner;
+    double m_woken_at = 0;  // monotonic_seconds() of the last wake after a cancel
 
     // Atomic.
     std::atomic<bool> m_running{false};
@@ -307,8 +312,9 @@ class Engine {
     std::atomic<bool> m_disk_full{false};
     std::atomic<int64_t> m_retried{0};
     std::atomic<int64_t> m_cloned{0};
-    std::atomic<pthread_t> m_scanner_tid{0};  // later the worker that ends the run; 0: nobody
-    std::unique_ptr<Slot[]> m_slots;          // m_thread_count of them; replaced by start() alone
+    std::atomic<pthread_t> m_scanner_tid{0};    // later the worker that ends the run; 0: nobody
+    std::atomic<double> m_scanner_progress{0};  // monotonic_seconds() of the last sign of life
+    std::unique_ptr<Slot[]> m_slots;            // m_thread_count of them; replaced by start() alone
 
     // Constant while threads run; written by start().
     Operation m_op = Operation::Copy;
@@ -320,7 +326,8 @@ class Engine {
     // The target folder, held open so that it stays what it is. Written by the scanner before the
     // first task is queued, constant afterwards.
     int m_target_fd = -1;
-    int m_target_error = 0;  // errno of what kept it from being opened
+    int m_target_error = 0;     // errno of what kept it from being opened
+    int m_target_attempts = 1;  // how often that was tried
     fsops::FileId m_target_id;
 
     // Guarded by m_mutex.

@@ -14,6 +14,9 @@ inline constexpr const char* kIntoItself = "cannot copy a folder into itself";
 // Steady clock, seconds.
 [[nodiscard]] double steady_seconds();
 
+// Waits as long as is due before an attempt, counted from 1. A signal does not shorten it.
+void wait_before_attempt(int number);
+
 // The last component of a path that does not end in a slash; points into the path.
 [[nodiscard]] inline const char* name_in(const std::string& path) {
     return path.c_str() + path.rfind('/') + 1;

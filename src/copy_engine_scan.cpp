@@ -96,6 +96,7 @@ struct Engine::Scan {
 
 void Engine::scan_thread(const std::vector<std::string>& sources) {
     Log::name_this_thread("scan");
+    m_scanner_progress = monotonic_seconds();
     m_scanner_tid = pthread_self();
     const fsops::CopyProgress going = [this](int64_t) { return !m_cancel; };
     open_target(going);
@@ -117,13 +118,23 @@ void Engine::scan_thread(const std::vector<std::string>& sources) {
 }
 
 // The target is held by its descriptor for the whole run. What cannot be opened now makes every
-// source fail with the reason.
+// source fail with the reason, after as many attempts as a copy has.
 void Engine::open_target(const fsops::CopyProgress& going) {
-    m_target_fd = open_folder(AT_FDCWD, m_target_dir.c_str(), true, going);
-    struct stat st = {};
-    const bool opened = m_target_fd >= 0 && fstat(m_target_fd, &st) == 0;
-    m_target_error = opened ? 0 : errno;
-    m_target_id = id_of(st);
+    for (m_target_attempts = 1;; ++m_target_attempts) {
+        m_target_fd = open_folder(AT_FDCWD, m_target_dir.c_str(), true, going);
+        struct stat st = {};
+        const bool opened = m_target_fd >= 0 && fstat(m_target_fd, &st) == 0;
+        m_target_error = opened ? 0 : errno;
+        m_target_id = id_of(st);
+        if (opened)
+            return;
+        if (m_target_fd >= 0)
+            close(m_target_fd);
+        m_target_fd = -1;
+        if (m_target_attempts == kAttempts || m_cancel || !fsops::is_transient(m_target_error))
+            return;
+        wait_before_attempt(m_target_attempts + 1);
+    }
 }
 
 std::vector<fsops::TreeSize> Engine::measure(const std::vector<std::string>& sources) {

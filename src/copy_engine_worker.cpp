@@ -20,6 +20,7 @@ namespace copy_engine {
 namespace {
 
 constexpr const char* kTimedOut = "timed out — the source or target stopped responding";
+constexpr const char* kNotResponding = "cancelled — the drive was not responding";
 constexpr const char* kChanged = "changed while it was being moved";
 constexpr const char* kFolderChanged = "this folder was replaced while the transfer was running";
 constexpr std::array<int64_t, kAttempts> kWaitMilliseconds = {0, 120, 500};
@@ -28,19 +29,20 @@ constexpr size_t kShareFiles = 64;
 constexpr int64_t kShareBytes = 1048576;
 // How often a name may be reported as taken without being there, before that is the failure.
 constexpr int kMostPhantomNames = 3;
-
-// The wake signal does not shorten the wait.
-void sleep_milliseconds(int64_t milliseconds) {
-    struct timespec left = {milliseconds / 1000, (milliseconds % 1000) * 1000000};
-    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-    }
-}
+constexpr int kTries = 5;  // of a call that signals interrupt
 
 bool same_time(const struct timespec& a, const struct timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
 }  // namespace
+
+void wait_before_attempt(int number) {
+    const int64_t milliseconds = kWaitMilliseconds[static_cast<size_t>(number) - 1];
+    struct timespec left = {milliseconds / 1000, (milliseconds % 1000) * 1000000};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+}
 
 // --- Folders in use
 // ---------------------------------------------------------------------------------
@@ -174,10 +176,13 @@ bool Engine::await_target_folder(int slot, std::string& message, int& attempts) 
             message = kTimedOut;
             return false;
         }
-        if (attempts == kAttempts || m_cancel || m_target_error != 0 ||
-            !fsops::is_transient(fsops::last_error_code()))
+        if (m_target_error != 0) {
+            attempts = m_target_attempts;  // made when the run began
             return false;
-        sleep_milliseconds(kWaitMilliseconds[static_cast<size_t>(attempts)]);
+        }
+        if (attempts == kAttempts || m_cancel || !fsops::is_transient(fsops::last_error_code()))
+            return false;
+        wait_before_attempt(attempts + 1);
     }
 }
 
@@ -337,6 +342,7 @@ struct Engine::Attempt {
     bool hard_linked = false;
     std::string linked_to;  // the first name, when hard_linked
     bool cloned = false;
+    int left_behind = 0;  // stopped, but this errno kept its part of a file at the target
 };
 
 Engine::Copied Engine::copy_one_with_retry(Worker& worker, const std::string& target,
@@ -349,7 +355,7 @@ Engine::Copied Engine::copy_one_with_retry(Worker& worker, const std::string& ta
         if (m_cancel)
             return Copied::No;
         if (number > 1) {
-            sleep_milliseconds(kWaitMilliseconds[static_cast<size_t>(number) - 1]);
+            wait_before_attempt(number);
             Log::warnf("retry %d/%d: %s (%s)", number, kAttempts, source, last_error.c_str());
         }
         Attempt result;
@@ -360,8 +366,17 @@ Engine::Copied Engine::copy_one_with_retry(Worker& worker, const std::string& ta
         const bool woken = timed_out.exchange(false);
         if (result.name_taken)
             return Copied::NameTaken;
-        if (woken && !m_cancel)
+        if (woken && !m_cancel) {
             result.error = kTimedOut;
+            // It may have become complete just then. What is listed as failed is not there.
+            discard_copy(worker, target);
+        }
+        if (m_cancel && result.left_behind != 0) {
+            // Called off, and the part that is there could not be taken away again: that is told.
+            const int code = result.left_behind;
+            return give_up(worker, target,
+                           code == EINTR ? kNotResponding : fsops::err_from(target, code), code);
+        }
         if (result.error.empty())
             return finish_attempt(worker, target, number, result);
         last_error = result.error;
@@ -426,7 +441,7 @@ Engine::Copied Engine::give_up(Worker& worker, const std::string& target,
     std::string message = last_error;
     if (m_slots[static_cast<size_t>(worker.slot)].timed_out.exchange(false)) {
         if (message.empty())
-            message = "cancelled — the drive was not responding";
+            message = kNotResponding;
     } else if (message.empty()) {
         return Copied::No;
     }
@@ -450,19 +465,27 @@ void Engine::attempt(Worker& worker, const std::string& target, bool& replace, A
     result.error = worker.folder.enter(*worker.task.folder, worker.on_progress);
     if (!result.error.empty())
         return;
-    // An attempt that was called off although it had just become complete left a file of ours.
-    if (worker.target_id != fsops::FileId()) {
-        struct stat st = {};
-        if (fstatat(worker.folder.target_fd(), name_in(target), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
-            id_of(st) == worker.target_id)
-            unlinkat(worker.folder.target_fd(), name_in(target), 0);
-        worker.target_id = {};
-    }
+    discard_copy(worker, target);  // where that was not possible when the last attempt ended
+    worker.target_id = {};
     worker.torn = false;
     if (worker.task.is_symlink)
         attempt_symlink(worker, target, replace, result);
     else if (!worker.task.multi_linked || !attempt_hard_link(worker, target, replace, result))
         attempt_copy(worker, target, replace, result);
+}
+
+// Takes away what the last attempt left at the target, if the name still means that file. A signal
+// spoils one call.
+void Engine::discard_copy(const Worker& worker, const std::string& target) {
+    const int fd = worker.folder.target_fd();
+    for (int tries = 0; tries < kTries && worker.target_id != fsops::FileId(); ++tries) {
+        struct stat st = {};
+        if (fstatat(fd, name_in(target), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+            (id_of(st) != worker.target_id || unlinkat(fd, name_in(target), 0) == 0))
+            return;
+        if (errno != EINTR)
+            return;
+    }
 }
 
 void Engine::attempt_copy(Worker& worker, const std::string& target, bool& replace,
@@ -482,6 +505,7 @@ void Engine::attempt_copy(Worker& worker, const std::string& target, bool& repla
     replace = job.replace;
     result.name_taken = outcome.target_exists;
     result.cloned = outcome.cloned;
+    result.left_behind = outcome.left_behind;
     result.error = std::move(outcome.error);
     worker.source_id = outcome.source_id;
     worker.source_size = outcome.source_size;
@@ -607,10 +631,7 @@ void Engine::remove_moved_source(Worker& worker, const std::string& target) {
     }
     if (worker.torn || id_of(now) != worker.source_id || now.st_size != worker.source_size ||
         !same_time(now.st_mtim, worker.source_mtime)) {
-        struct stat made = {};
-        if (fstatat(worker.folder.target_fd(), name_in(target), &made, AT_SYMLINK_NOFOLLOW) == 0 &&
-            worker.target_id != fsops::FileId() && id_of(made) == worker.target_id)
-            unlinkat(worker.folder.target_fd(), name_in(target), 0);
+        discard_copy(worker, target);
         failed(kChanged, 0);
         return;
     }

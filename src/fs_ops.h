@@ -192,6 +192,7 @@ struct CopyOutcome {
     bool cloned = false;
     bool stopped = false;        // on_progress said so in mid-copy; the target is gone
     bool target_exists = false;  // the name was taken at creation; nothing was touched
+    int left_behind = 0;         // stopped, but this errno kept the target's part where it is
     bool early_end = false;      // the source ended before its recorded size
     bool grew = false;           // the source has bytes past its recorded size
     FileId source_id;            // what was copied, as it was when the copy began

@@ -164,8 +164,11 @@ class Copy {
         if (m_target < 0)
             return;
         close_fd(m_target);
-        remove_own_target();
+        note_left_behind(remove_own_target());
     }
+
+    // Of a failed copy the caller knows anyhow.
+    void note_left_behind(int code) { m_out.left_behind = m_out.stopped ? code : 0; }
 
     // Whether to go on, after `bytes` more.
     bool going(int64_t bytes) {
@@ -523,27 +526,28 @@ class Copy {
         const bool called_off = code == EINTR && !going(0);
         if (!called_off && !means_lost_data(code))
             return true;
-        if (called_off)
-            m_out.stopped = true;
-        else
+        m_out.stopped = called_off;
+        if (!called_off)
             m_out.error = err_from(*m_job.target.path, code);
-        remove_own_target();
+        note_left_behind(remove_own_target());
         return false;
     }
 
     // Removes what this copy created, if the name still means that file. A signal spoils one call:
     // a user who cancels twice gets no half file for it. Yet nobody waits here for ever.
-    void remove_own_target() {
-        for (int tries = 0; tries < kTries; ++tries) {
+    // The errno that it is still there for, or 0.
+    int remove_own_target() {
+        int code = EINTR;
+        for (int tries = 0; tries < kTries && code == EINTR; ++tries) {
             struct stat st = {};
             if (fstatat(m_job.target.dir_fd, m_job.target.name, &st, AT_SYMLINK_NOFOLLOW) == 0) {
                 if (!same_file(st, m_target_stat) ||
                     unlinkat(m_job.target.dir_fd, m_job.target.name, 0) == 0)
-                    return;
+                    return 0;
             }
-            if (errno != EINTR)
-                return;
+            code = errno;
         }
+        return code == ENOENT ? 0 : code;
     }
 
     CopyJob& m_job;
