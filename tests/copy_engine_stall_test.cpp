@@ -120,7 +120,27 @@ TEST(copy_engine_retry, bytes_of_a_failed_attempt_stay_counted) {
     EXPECT_EQ(read_file(dir / "f"), pattern(3 << 20));
 }
 
-class transient_code : public testing::TestWithParam<int> {};
+class transient_code : public testing::TestWithParam<int> {
+  protected:
+    // Opens that one attempt makes: the kernel itself tries once more where a file handle has
+    // become stale, and we do where a lease may be the reason.
+    static int opens_of_an_attempt() {
+        return GetParam() == ESTALE || GetParam() == EAGAIN ? 2 : 1;
+    }
+};
+
+TEST_P(transient_code, that_passes_costs_no_file) {
+    FaultFs fs;
+    REQUIRE_MOUNT(fs);
+    write_file(fs / "f", "content");
+    const TempDir dir;
+    fs.set(faultfs::fail("open", GetParam(), 1, 2 * opens_of_an_attempt()));
+    const Progress progress = run_engine({{fs / "f"}, dir.path()});
+    EXPECT_EQ(progress.failures_total, 0U) << failure_text(progress);
+    EXPECT_EQ(progress.retried, 1);
+    EXPECT_EQ(fs.calls("open"), 2 * opens_of_an_attempt() + 1);
+    EXPECT_EQ(read_file(dir / "f"), "content");
+}
 
 TEST_P(transient_code, is_tried_three_times_and_then_told) {
     FaultFs fs;
@@ -133,8 +153,7 @@ TEST_P(transient_code, is_tried_three_times_and_then_told) {
     run.threads = 1;
     const Progress progress = run_engine(run);
     expect_one_failure(progress, fs / "f", text(fs / "f", GetParam()), dir / "f", 3, GetParam());
-    // The kernel itself tries once more where a file handle has become stale.
-    EXPECT_EQ(fs.calls("open"), GetParam() == ESTALE ? 6 + 1 : 3 + 1);
+    EXPECT_EQ(fs.calls("open"), 3 * opens_of_an_attempt() + 1);
     EXPECT_EQ(progress.files_done, 2);
     EXPECT_EQ(progress.files_copied, 1);
     EXPECT_EQ(progress.retried, 0);
@@ -147,8 +166,33 @@ TEST_P(transient_code, is_tried_three_times_and_then_told) {
 }
 
 INSTANTIATE_TEST_SUITE_P(copy_engine, transient_code,
-                         testing::Values(EIO, EBUSY, ETXTBSY, ETIMEDOUT, ESTALE, EHOSTDOWN,
-                                         EREMOTEIO));
+                         testing::Values(EIO, EAGAIN, EBUSY, ETXTBSY, ENETDOWN, ENETUNREACH,
+                                         ECONNABORTED, ECONNRESET, ETIMEDOUT, EHOSTDOWN,
+                                         EHOSTUNREACH, ESTALE, EREMOTEIO));
+
+// Most calls that a signal spoils are made again at once. What is left is tried like any other.
+TEST(copy_engine_retry, an_interrupted_call_is_tried_three_times) {
+    for (const int failing : {2, 3}) {
+        FaultFs fs;
+        REQUIRE_MOUNT(fs);
+        const TempDir dir;
+        write_file(dir / "f", "new");
+        write_file(fs / "f", "old");
+        fs.set(faultfs::fail("unlink", EINTR, 1, failing));
+        EngineRun run{{dir / "f"}, fs.path()};
+        run.default_action = ConflictAction::Overwrite;
+        const Progress progress = run_engine(run);
+        EXPECT_EQ(fs.calls("unlink"), 3);
+        if (failing == 2) {
+            EXPECT_EQ(progress.failures_total, 0U) << failure_text(progress);
+            EXPECT_EQ(progress.retried, 1);
+            EXPECT_EQ(read_file(fs / "f"), "new");
+        } else {
+            expect_one_failure(progress, dir / "f", text(fs / "f", EINTR), fs / "f", 3, EINTR);
+            EXPECT_EQ(read_file(fs / "f"), "old");
+        }
+    }
+}
 
 class permanent_code : public testing::TestWithParam<int> {};
 
@@ -185,6 +229,27 @@ TEST(copy_engine_retry, a_source_that_cannot_be_removed_is_told) {
     EXPECT_EQ(read_file(fs / "f"), "content");
     EXPECT_EQ(read_file(dir / "f"), "content");
     EXPECT_EQ(progress.files_copied, 1);
+}
+
+// A moved folder that cannot be removed at the end holds nothing any more: nobody is told.
+TEST(copy_engine_retry, a_source_folder_that_cannot_be_removed_is_not_told) {
+    FaultFs fs;
+    REQUIRE_MOUNT(fs);
+    make_dirs(fs / "tree/sub");
+    write_file(fs / "tree/sub/f", "content");
+    const TempDir dir;
+    fs.set(faultfs::fail("rmdir", EACCES));
+    EngineRun run{{fs / "tree"}, dir.path()};
+    run.op = Operation::Move;
+    const Progress progress = run_engine(run);
+    EXPECT_EQ(progress.failures_total, 0U) << failure_text(progress);
+    EXPECT_EQ(fs.calls("rmdir"), 2);
+    EXPECT_EQ(logged_with(std::strerror(EACCES)), 0) << test_env::log_text();
+    EXPECT_EQ(logged_with("could not"), 0);
+    EXPECT_EQ(logged_with(", 0 failed, "), 1);
+    EXPECT_TRUE(exists(fs / "tree/sub"));
+    EXPECT_FALSE(exists(fs / "tree/sub/f"));
+    EXPECT_EQ(read_file(dir / "tree/sub/f"), "content");
 }
 
 // The look at the target folder is tried as often as the copy itself, by the scanner and by the
