@@ -16,6 +16,7 @@
 #include <fstream>
 #include <memory>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <sys/stat.h>
 #include <thread>
@@ -134,6 +135,28 @@ TEST_F(Roads, a_tree_is_copied_unattended) {
     EXPECT_EQ(line("copied "), 5);  // the link is one of them
     EXPECT_EQ(line("transfer done: 5/5 files, 103005 bytes in "), 1);
     EXPECT_EQ(line("selftest: done, 2 executed, 0 unknown"), 1);
+}
+
+// Numbers in the log are read by people everywhere and by scripts.
+TEST_F(Roads, numbers_keep_their_point_where_people_write_a_comma) {
+    const TempDir locales;
+    std::string output;
+    if (test_env::run("localedef -i de_DE -f UTF-8 '" + locales / "de_DE.UTF-8" + "'", &output) !=
+        0)
+        GTEST_SKIP() << "no locale with a comma can be made: " << output;
+    setenv("LOCPATH", locales.path().c_str(), 1);
+    setenv("LC_ALL", "de_DE.UTF-8", 1);
+    ASSERT_EQ(test_env::run("env printf %.1f 1,5", &output), 0);
+    ASSERT_EQ(output, "1,5") << "the locale is not in use";
+    make_tree();
+    ASSERT_EQ(m_program.run(sides("SelectAll,CopyToOther")), 0);
+    unsetenv("LC_ALL");
+    unsetenv("LOCPATH");
+    const std::regex rate("transfer done: .* in [0-9]+\\.[0-9] s \\([0-9]+\\.[0-9] MB/s\\), .*");
+    int found = 0;
+    for (const std::string& line : m_program.log())
+        found += std::regex_match(line, rate);
+    EXPECT_EQ(found, 1);
 }
 
 TEST_F(Roads, a_tree_is_moved_unattended) {
