@@ -318,13 +318,19 @@ TEST_F(ThemeWindow, the_switch_asks_for_a_frame_and_an_ignored_one_does_not) {
         app().m_hits.clear();
         return pump_until([this] { return !app().m_hits.empty(); }, seconds);
     };
-    ASSERT_FALSE(repaints(0.5));
+    // A busy display may still have an exposure of what was before to deliver.
+    const auto falls_quiet = [&repaints] {
+        int tries = 20;
+        while (tries > 0 && repaints(0.5))
+            --tries;
+        return tries > 0;
+    };
+    ASSERT_TRUE(falls_quiet());
     portal().answer("uint32 1");
     portal().changed(kSpace, kKey);
     EXPECT_TRUE(repaints(5));
     EXPECT_TRUE(app().m_palette.dark);
-    // A busy display may still have an exposure of the same switch to deliver.
-    pump_until([] { return false; }, 0.5);
+    ASSERT_TRUE(falls_quiet());
     SettingsStore::instance().mutable_get().theme = "light";
     portal().changed(kSpace, kKey);
     EXPECT_FALSE(repaints(0.5));
