@@ -2,9 +2,15 @@
 
 #include "strutil.h"
 
+#include <algorithm>
+#include <chrono>
+#include <future>
 #include <gtk/gtk.h>
+#include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace desktop_theme {
@@ -16,39 +22,66 @@ constexpr const char* kObject = "/org/freedesktop/portal/desktop";
 constexpr const char* kInterface = "org.freedesktop.portal.Settings";
 constexpr const char* kNamespace = "org.freedesktop.appearance";
 constexpr const char* kKey = "color-scheme";
-constexpr int kTimeoutMs = 500;
+constexpr std::chrono::milliseconds kTimeout{500};
+
+using Clock = std::chrono::steady_clock;
+using Bus = std::shared_ptr<GDBusConnection>;  // empty: there is none
 
 struct Watch {
-    GDBusConnection* bus = nullptr;  // held, since a connection that nobody holds is closed
+    Bus bus;  // held, since a connection that nobody holds is closed
     guint subscription = 0;
     std::function<void()> callback;
 
-    ~Watch() {
-        g_dbus_connection_signal_unsubscribe(bus, subscription);
-        g_object_unref(bus);
-    }
+    ~Watch() { g_dbus_connection_signal_unsubscribe(bus.get(), subscription); }
 };
 
 Watch* g_watch = nullptr;  // at most one
 
-// A reference to the user's message bus, or null.
-GDBusConnection* user_bus() {
+// May take for ever: GLib waits for the first words of a bus without a limit, and cannot be told to
+// stop at each step.
+Bus connect() {
     GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+    if (!bus)
+        return {};
     // A bus that goes away must not take a running copy with it, as it would by default.
-    if (bus)
-        g_dbus_connection_set_exit_on_close(bus, FALSE);
-    return bus;
+    g_dbus_connection_set_exit_on_close(bus, FALSE);
+    return {bus, g_object_unref};
+}
+
+// The user's message bus, or none when there is none within half a second. A thread of its own asks
+// for it, and stays behind where the bus is silent; there is no second one until it has its answer,
+// and the time that it was given is not given again.
+Bus user_bus() {
+    static std::future<Bus> answer;
+    static Clock::time_point until;
+    if (!answer.valid()) {
+        std::packaged_task<Bus()> ask(connect);
+        answer = ask.get_future();
+        until = Clock::now() + kTimeout;
+        try {
+            std::thread(std::move(ask)).detach();
+        } catch (const std::system_error&) {
+            answer = {};
+            return {};  // no thread, no bus
+        }
+    }
+    if (answer.wait_until(until) != std::future_status::ready)
+        return {};
+    return answer.get();
 }
 
 // What the portal says: 1 dark, 2 light, all else no preference.
 std::optional<bool> portal_preference() {
-    GDBusConnection* bus = user_bus();
+    const Clock::time_point until = Clock::now() + kTimeout;
+    const Bus bus = user_bus();
     if (!bus)
         return std::nullopt;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
     GVariant* reply = g_dbus_connection_call_sync(
-        bus, kService, kObject, kInterface, "Read", g_variant_new("(ss)", kNamespace, kKey),
-        G_VARIANT_TYPE("(v)"), G_DBUS_CALL_FLAGS_NONE, kTimeoutMs, nullptr, nullptr);
-    g_object_unref(bus);
+        bus.get(), kService, kObject, kInterface, "Read", g_variant_new("(ss)", kNamespace, kKey),
+        G_VARIANT_TYPE("(v)"), G_DBUS_CALL_FLAGS_NONE,
+        static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 1)), nullptr,
+        nullptr);
     if (!reply)
         return std::nullopt;
     GVariant* value = g_variant_get_child_value(reply, 0);
@@ -112,7 +145,7 @@ void watch(std::function<void()> callback) {
         delete std::exchange(g_watch, nullptr);
         return;
     }
-    GDBusConnection* bus = user_bus();
+    const Bus bus = user_bus();
     if (!bus)
         return;
     delete g_watch;
@@ -120,8 +153,8 @@ void watch(std::function<void()> callback) {
     g_watch->bus = bus;
     g_watch->callback = std::move(callback);
     g_watch->subscription = g_dbus_connection_signal_subscribe(
-        bus, kService, kInterface, "SettingChanged", kObject, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-        on_setting_changed_cb, nullptr, nullptr);
+        bus.get(), kService, kInterface, "SettingChanged", kObject, nullptr,
+        G_DBUS_SIGNAL_FLAGS_NONE, on_setting_changed_cb, nullptr, nullptr);
 }
 
 }  // namespace desktop_theme

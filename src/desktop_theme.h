@@ -8,11 +8,12 @@
 
 namespace desktop_theme {
 
-// Waits for the portal, for at most 500 ms.
+// Waits for the bus and the portal, for at most 500 ms together.
 [[nodiscard]] bool prefers_dark();
 
 // Calls back on the main loop whenever the preference has changed; what it is now is to be asked of
-// prefers_dark(). A second callback replaces the first; an empty one ends the watch.
+// prefers_dark(). A second callback replaces the first; an empty one ends the watch. Waits for the
+// bus as prefers_dark() does, but not for one that has been waited for in vain.
 void watch(std::function<void()> callback);
 
 }  // namespace desktop_theme

@@ -16,6 +16,7 @@ namespace {
 using desktop_theme::prefers_dark;
 using test_env::Portal;
 using test_env::PrivateBus;
+using test_env::SilentBus;
 
 constexpr const char* kSpace = "org.freedesktop.appearance";
 constexpr const char* kKey = "color-scheme";
@@ -156,6 +157,33 @@ TEST_F(DesktopTheme, an_answer_after_half_a_second_is_not_waited_for) {
     portal().delay_ms(0);
     portal().answer("uint32 2");
     EXPECT_TRUE(pump_until([] { return !prefers_dark(); }));
+}
+
+TEST_F(DesktopTheme, a_bus_that_never_answers_is_waited_for_half_a_second_and_only_once) {
+    SilentBus silent;
+    setenv("DBUS_SESSION_BUS_ADDRESS", silent.address().c_str(), 1);
+    gtk_answers(true);
+    const double began = App::now_seconds();
+    EXPECT_TRUE(prefers_dark());
+    const double took = App::now_seconds() - began;
+    EXPECT_GE(took, 0.45);
+    EXPECT_LT(took, 1.4);
+    // What is known to be silent is not waited for again.
+    const double again = App::now_seconds();
+    gtk_answers(false);
+    EXPECT_FALSE(prefers_dark());
+    desktop_theme::watch([] {});
+    EXPECT_LT(App::now_seconds() - again, 0.4);
+}
+
+TEST_F(DesktopTheme, after_a_silent_bus_a_sound_one_is_asked) {
+    SilentBus silent;
+    setenv("DBUS_SESSION_BUS_ADDRESS", silent.address().c_str(), 1);
+    EXPECT_FALSE(prefers_dark());
+    SET_UP_BUS();
+    portal().answer("uint32 1");
+    silent.end();
+    EXPECT_TRUE(pump_until([] { return prefers_dark(); }, 10));
 }
 
 TEST_F(DesktopTheme, a_bus_that_goes_away_leaves_gtk_and_the_process) {
@@ -387,6 +415,16 @@ TEST_F(ThemeWindow, a_late_portal_delays_the_start_by_half_a_second_at_most) {
     start_with("auto");
     EXPECT_FALSE(app().m_palette.dark);
     EXPECT_EQ(portal().questions(), 1);
+}
+
+TEST_F(ThemeWindow, a_silent_bus_does_not_keep_the_window_away) {
+    const SilentBus silent;
+    setenv("DBUS_SESSION_BUS_ADDRESS", silent.address().c_str(), 1);
+    gtk_answers(true);
+    start_with("auto");
+    EXPECT_TRUE(app().m_palette.dark);
+    app().perform(Action::SettingsTheme, 0);
+    EXPECT_FALSE(app().m_palette.dark);
 }
 
 TEST_F(ThemeWindow, a_start_without_a_bus_goes_by_gtk) {

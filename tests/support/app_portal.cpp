@@ -2,7 +2,13 @@
 
 #include "app_display.h"
 
+#include <gtest/gtest.h>
+
+#include <cstring>
 #include <future>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace test_env {
 
@@ -49,6 +55,27 @@ PrivateBus::~PrivateBus() {
 void PrivateBus::end() {
     test_env::end(m_pid);
     m_pid = -1;
+}
+
+// The kernel takes the connections, as many as there is room for in the queue.
+SilentBus::SilentBus() {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, (m_dir / "bus").c_str(), sizeof address.sun_path - 1);
+    m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
+    if (bind(m_listener, generic, sizeof address) != 0 || listen(m_listener, 16) != 0)
+        ADD_FAILURE() << "no socket at " << address.sun_path;
+}
+
+SilentBus::~SilentBus() {
+    end();
+}
+
+void SilentBus::end() {
+    if (m_listener >= 0)
+        close(m_listener);
+    m_listener = -1;
 }
 
 Portal::Portal(const PrivateBus& bus) {

@@ -32,6 +32,22 @@ class PrivateBus {
     pid_t m_pid = -1;
 };
 
+// A bus that takes every connection and never says a word.
+class SilentBus {
+  public:
+    SilentBus();
+    ~SilentBus();
+    SilentBus(const SilentBus&) = delete;
+    SilentBus& operator=(const SilentBus&) = delete;
+
+    std::string address() const { return "unix:path=" + (m_dir / "bus"); }
+    void end();  // whoever waits for a word is told that there will be none
+
+  private:
+    TempDir m_dir;
+    int m_listener = -1;
+};
+
 // Answers on a thread of its own, so that the test's thread may wait for it.
 class Portal {
   public:
