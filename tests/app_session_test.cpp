@@ -20,6 +20,7 @@
 #include <csignal>
 #include <memory>
 #include <random>
+#include <set>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -386,6 +387,58 @@ TEST_F(AppSession, numbers_as_large_as_they_come_start_all_the_same) {
         second.finish();
     }
 }
+
+// The whole start on damaged files: each opens its window, paints what the files have made of it,
+// and ends. The other two files are not read before somebody asks for the lists. Ten thousand files
+// in four parts, which run side by side.
+class MutatedStarts : public AppSession, public ::testing::WithParamInterface<unsigned> {};
+
+TEST_P(MutatedStarts, a_quarter_of_ten_thousand_files) {
+    Settings full;
+    full.left_path = left();
+    full.right_path = right();
+    full.theme = "dark";
+    full.language = "fr";
+    full.font_family = "DejaVu Sans";
+    full.font_scale = 130;
+    full.thread_count = 7;
+    SettingsStore::instance().mutable_get() = full;
+    SettingsStore::instance().save();
+    WindowManager::instance().save(100, 50, 1234, 800, false);
+    const std::string settings = settings_text();
+    const std::string geometry = read_file(config_file("geometry.json"));
+    std::mt19937 random(GetParam());
+    std::set<std::string> outcomes;
+    for (int start = 0; start < 10'000 / 4 / 2 && !HasFailure(); ++start) {
+        write_file(config_file("settings.json"), test_env::mutated(settings, random));
+        write_file(config_file("geometry.json"), test_env::mutated(geometry, random));
+        SCOPED_TRACE(settings_text() + read_file(config_file("geometry.json")));
+        SettingsStore::instance().mutable_get() = Settings{};
+        App one;
+        char name[] = "ferrodeck";
+        char* argv[] = {name, nullptr};
+        one.begin(1, argv);
+        const Frame f = frame_of(one);
+        cairo_surface_t* image = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1000, 700);
+        cairo_t* cr = cairo_create(image);
+        one.draw_frame(cr, 1000, 700);
+        EXPECT_EQ(cairo_status(cr), CAIRO_STATUS_SUCCESS);
+        cairo_destroy(cr);
+        cairo_surface_destroy(image);
+        EXPECT_FALSE(one.m_hits.empty());
+        EXPECT_TRUE(one.m_left.path().starts_with("/") && one.m_right.path().starts_with("/"));
+        EXPECT_TRUE(f.width >= 1000 && f.height >= 700) << f.width << "x" << f.height;
+        const Settings& s = SettingsStore::instance().get();
+        outcomes.insert(std::to_string(f.x) + " " + std::to_string(f.width) + " " + s.theme +
+                        I18n::instance().effective_language() + one.m_left.path() + " " +
+                        std::to_string(s.font_scale) + " " + std::to_string(s.thread_count));
+        one.finish();
+    }
+    // The changes reach what is started with and do not merely break the files.
+    EXPECT_GT(outcomes.size(), 40U);
+}
+
+INSTANTIATE_TEST_SUITE_P(AppSession, MutatedStarts, ::testing::Values(5, 6, 7, 8));
 
 TEST_F(AppSession, each_configure_event_of_a_mapped_window_is_written) {
     start({"--geometry=1200x800+30+40"});

@@ -106,8 +106,7 @@ TEST(Catalogue, formats_that_the_program_fills_take_what_it_gives) {
     }
 }
 
-// --- Translators' files
-// ---------------------------------------------------------------------------
+// --- Translators' files --------------------------------------------------------------------------
 
 TEST(Catalogue, msgfmt_takes_every_file) {
     if (test_env::run("command -v msgfmt") != 0)
@@ -124,8 +123,7 @@ TEST(Catalogue, msgfmt_takes_every_file) {
     EXPECT_EQ(files, 44U);  // the template and one for each language but English
 }
 
-// --- What the sources ask for
-// -----------------------------------------------------------------------
+// --- What the sources ask for --------------------------------------------------------------------
 
 struct Literal {
     std::string text;
