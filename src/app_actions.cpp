@@ -495,8 +495,9 @@ void App::refresh() {
     refresh_both();
     flash_panes();
     const dir_lister::Listing& listing = active_pane().listing();
-    flash_status(std::string(tr("status.reloaded")) + "  ·  " +
-                 I18n::trf("status.folder_summary", listing.dir_count, listing.file_count));
+    flash_status(
+        std::string(tr("status.reloaded")) + "  ·  " +
+        I18n::instance().trf("status.folder_summary", listing.dir_count, listing.file_count));
 }
 
 // The panes change places whole, and the active one stays active on its new side.

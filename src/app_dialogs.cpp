@@ -186,7 +186,8 @@ void App::draw_overlay_conflict(double x, double y, double w) {
 
 void App::draw_overlay_errors(double x, double y, double w, double h) {
     const std::vector<std::string> lines = failure_lines(m_frame_copy, m_frame_bg);
-    draw_text(I18n::trf("dlg.errors_count", fmt::saturated(static_cast<int64_t>(lines.size()))),
+    draw_text(I18n::instance().trf("dlg.errors_count",
+                                   fmt::saturated(static_cast<int64_t>(lines.size()))),
               x + 20, y + kTextTop + 6, 12.5, m_palette.danger, false, false, 1);
     const double bottom = y + h - kChoiceH - 30;
     double row_y = y + kTextTop + 34;

@@ -183,9 +183,10 @@ void App::draw_pane_bands(const Pane& pane, bool right, double x, double y, doub
 
     fill_rect(x, y, w, kSummary, m_palette.bar, 1);
     const dir_lister::Listing& listing = pane.listing();
-    draw_text_clipped(I18n::trf("status.folder_summary", listing.dir_count, listing.file_count) +
-                          "  ·  " + fmt::bytes(listing.total_bytes),
-                      x + 10, y + kSummary / 2, w - 20, 11, m_palette.secondary, false, false);
+    draw_text_clipped(
+        I18n::instance().trf("status.folder_summary", listing.dir_count, listing.file_count) +
+            "  ·  " + fmt::bytes(listing.total_bytes),
+        x + 10, y + kSummary / 2, w - 20, 11, m_palette.secondary, false, false);
     y += kSummary;
 
     fill_rect(x, y, w, kPath, active ? m_palette.header_active : m_palette.header, 1);

@@ -44,10 +44,10 @@ std::string transfer_detail(const copy_engine::Progress& p) {
     if (p.scanning)
         return tr("progress.measuring");
     if (!p.stalled_path.empty())
-        return I18n::trf("progress.stalled", su::basename_of(p.stalled_path).c_str());
+        return I18n::instance().trf("progress.stalled", su::basename_of(p.stalled_path).c_str());
     if (p.space_short > 0)
-        return I18n::trf("progress.no_space", fmt::bytes(p.target_free).c_str(),
-                         fmt::bytes(p.bytes_total).c_str());
+        return I18n::instance().trf("progress.no_space", fmt::bytes(p.target_free).c_str(),
+                                    fmt::bytes(p.bytes_total).c_str());
     for (const std::string& path : p.current_files)
         if (!path.empty())
             return path;
@@ -101,7 +101,7 @@ void App::draw_progress(double y, double w) {
     const size_t failed = copying ? m_frame_copy.failures_total : m_frame_bg.failures.size();
     if (failed > 0) {
         const std::string text =
-            I18n::trf("progress.failures", fmt::saturated(static_cast<int64_t>(failed)));
+            I18n::instance().trf("progress.failures", fmt::saturated(static_cast<int64_t>(failed)));
         const double pill_w = text_width(text, 11, false, false) + 16;
         fill_rounded(w - 10 - pill_w, y + 52, pill_w, 18, 4, m_palette.danger_bg, 1);
         draw_text(text, w - 2 - pill_w, y + 61, 11, m_palette.danger, false, false, 1);
@@ -134,8 +134,8 @@ void App::draw_result_line(double y, double w, double h) {
     add_hit(w - 24, y, 24, h, Hit::ResultDismiss);
     double room_end = w - 34;
     if (failed) {
-        std::string text =
-            I18n::trf("progress.failures", fmt::saturated(static_cast<int64_t>(m_result.failures)));
+        std::string text = I18n::instance().trf(
+            "progress.failures", fmt::saturated(static_cast<int64_t>(m_result.failures)));
         if (m_result.listed)
             text += std::string("  ·  ") + tr("btn.details");
         const double pill_w = text_width(text, 11, false, false) + 16;

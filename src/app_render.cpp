@@ -411,8 +411,8 @@ void App::draw_status_bar(double y, double w) {
     const Pane& pane = active_pane();
     const dir_lister::Listing& listing = pane.listing();
     const std::string summary =
-        I18n::trf("status.folder_summary", listing.dir_count, listing.file_count) + "  ·  " +
-        fmt::bytes(listing.total_bytes);
+        I18n::instance().trf("status.folder_summary", listing.dir_count, listing.file_count) +
+        "  ·  " + fmt::bytes(listing.total_bytes);
     draw_text(summary, 10, centre, 11, m_palette.secondary, false, false, 1);
 
     const std::string side = tr(m_active_right ? "status.right_active" : "status.left_active");
@@ -425,7 +425,7 @@ void App::draw_status_bar(double y, double w) {
     if (m_flash_until > 0)
         note = m_flash_text;
     else if (pane.has_selection())
-        note = I18n::trf("status.selected", pane.selected_count()) + "  ·  " +
+        note = I18n::instance().trf("status.selected", pane.selected_count()) + "  ·  " +
                fmt::bytes(pane.selected_bytes());
     if (note.empty())
         return;

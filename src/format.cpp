@@ -84,7 +84,7 @@ std::string count(int64_t number) {
 std::string files(int64_t number) {
     if (number == 1)
         return tr("1 file");
-    return I18n::trf("%s files", count(number).c_str());
+    return I18n::instance().trf("%s files", count(number).c_str());
 }
 
 std::string seconds(double s) {
@@ -126,7 +126,7 @@ std::string age(int64_t seconds) {
     }
     const long long units =
         std::llround(static_cast<double>(seconds) / static_cast<double>(row.unit));
-    return I18n::trf(row.key, count(units).c_str());
+    return I18n::instance().trf(row.key, count(units).c_str());
 }
 
 std::string relative(int64_t t) {

@@ -65,8 +65,8 @@ const char* I18n::tr(const char* key) const {
     return LANGS[m_lang_index.load(std::memory_order_relaxed)].values[found - std::begin(KEYS)];
 }
 
-std::string I18n::trf(const char* key, ...) {
-    const char* format = instance().tr(key);
+std::string I18n::trf(const char* key, ...) const {
+    const char* format = tr(key);
     va_list args;
     va_start(args, key);
     va_list measure;

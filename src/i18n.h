@@ -45,7 +45,7 @@ class I18n {
 
     // The translation as a printf format. Give "%d" a saturated int (fmt::saturated). What cannot
     // be formatted shows as the format itself.
-    static std::string trf(const char* key, ...);
+    [[nodiscard]] std::string trf(const char* key, ...) const;
 
     // The interface font family; "sans-serif" when none is chosen.
     [[nodiscard]] std::string ui_font_family() const;

@@ -79,8 +79,9 @@ TEST_F(SshfsTest, a_server_that_stops_is_named_and_waited_for_while_the_window_l
     EXPECT_LT(stalled.bytes_done, stalled.bytes_total);
     pump();
     EXPECT_EQ(app().m_flash_text,
-              I18n::trf("progress.stalled",
-                        stalled.stalled_path.substr(stalled.stalled_path.rfind('/') + 1).c_str()));
+              I18n::instance().trf(
+                  "progress.stalled",
+                  stalled.stalled_path.substr(stalled.stalled_path.rfind('/') + 1).c_str()));
     frame();
     shot("sshfs_stalled");
 

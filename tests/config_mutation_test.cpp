@@ -1,6 +1,5 @@
 // Ten thousand mutated files of each kind through their readers. Whatever a file holds, what comes
-// of it is within its bounds. Under the sanitizers this is where a reader that leaves its text
-// shows.
+// of it is within its bounds. Under the sanitizers, a reader that leaves its text shows here.
 
 #include "archive_format.h"
 #include "bookmarks.h"

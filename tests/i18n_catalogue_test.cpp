@@ -216,7 +216,8 @@ TEST(Catalogue, a_wrong_key_in_a_source_is_found) {
     EXPECT_EQ(strangers_of("tr( // why\n \"nothing\")"), Strings({"nothing"}));
     EXPECT_EQ(strangers_of("tr(a ? \"btn.ok\" : \"b\")"), Strings({"b"}));
     EXPECT_EQ(strangers_of("tr(f(x, 'c') ? \"a\" : \"b\")"), Strings({"a", "b"}));
-    EXPECT_EQ(strangers_of("I18n::trf(\"%s folder\", \"an argument\")"), Strings({"%s folder"}));
+    EXPECT_EQ(strangers_of("I18n::instance().trf(\"%s folder\", \"an argument\")"),
+              Strings({"%s folder"}));
     EXPECT_EQ(strangers_of("Row kRows[] = {{\"col.siez\", 3}};"), Strings({"col.siez"}));
     EXPECT_EQ(strangers_of("#include \"settings.h\"\nopen(\"settings.json\")"), Strings());
     EXPECT_EQ(strangers_of("attr(\"x\"); str(\"y\"); open(\"tar.gz\"); // tr(\"z\")"), Strings());

@@ -130,17 +130,17 @@ TEST_F(I18nTest, asking_for_a_text_allocates_nothing) {
 #endif
 
 TEST_F(I18nTest, arguments_are_put_into_the_text) {
-    EXPECT_EQ(I18n::trf("dlg.errors_count", 3), "3 entries failed");
-    EXPECT_EQ(I18n::trf("%s|%d", "x", -1), "x|-1");
+    EXPECT_EQ(I18n::instance().trf("dlg.errors_count", 3), "3 entries failed");
+    EXPECT_EQ(I18n::instance().trf("%s|%d", "x", -1), "x|-1");
     const std::string large(100000, 'y');
-    EXPECT_EQ(I18n::trf("%s files", large.c_str()), large + " files");
-    EXPECT_EQ(I18n::trf(""), "");
+    EXPECT_EQ(I18n::instance().trf("%s files", large.c_str()), large + " files");
+    EXPECT_EQ(I18n::instance().trf(""), "");
 }
 
 TEST_F(I18nTest, what_cannot_be_formatted_shows_as_the_format) {
     // No multibyte character stands for this one, which vsnprintf reports as a failure.
     const wchar_t none[] = {static_cast<wchar_t>(0xD800), 0};
-    EXPECT_EQ(I18n::trf("a %ls b", none), "a %ls b");
+    EXPECT_EQ(I18n::instance().trf("a %ls b", none), "a %ls b");
 }
 
 // --- Languages ----------------------------------------------------------------------------------
@@ -285,7 +285,7 @@ TEST(I18nThreads, texts_and_formats_are_read_while_the_language_changes) {
             while (!stop) {
                 const I18n::NumberFormat format = i18n.number_format();
                 if (!*tr("dlg.error") ||
-                    I18n::trf("dlg.errors_count", 7).find('7') == std::string::npos ||
+                    I18n::instance().trf("dlg.errors_count", 7).find('7') == std::string::npos ||
                     !decimals.contains(format.decimal) || !groups.contains(format.group) ||
                     *format.decimal == *format.group || !dates.contains(i18n.date_format()))
                     ++wrong;
