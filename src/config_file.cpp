@@ -46,14 +46,22 @@ bool reserve(int fd, size_t size) {
     return errno == EOPNOTSUPP || errno == ENOSYS || errno == EINTR;
 }
 
-bool overwrite_open(int fd, const std::string& text) {
+// A write that is cut short by a kill ends between two pages of the file.
+constexpr size_t kWholeWrite = 4096;
+
+enum class InPlace { Done, Failed, TooLong };
+
+InPlace overwrite_open(int fd, const std::string& text) {
     struct stat st = {};
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || !reserve(fd, text.size()))
-        return false;
-    const size_t old_size = static_cast<size_t>(st.st_size);
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))
+        return InPlace::Failed;
     std::string bytes = text;
-    bytes.resize(std::max(text.size(), old_size), '\n');
-    return write_all(fd, bytes) && ftruncate(fd, static_cast<off_t>(text.size())) == 0;
+    bytes.resize(std::max(text.size(), static_cast<size_t>(st.st_size)), '\n');
+    if (bytes.size() > kWholeWrite)
+        return InPlace::TooLong;
+    const bool done = reserve(fd, text.size()) && write_all(fd, bytes) &&
+                      ftruncate(fd, static_cast<off_t>(text.size())) == 0;
+    return done ? InPlace::Done : InPlace::Failed;
 }
 
 }  // namespace
@@ -94,8 +102,9 @@ bool overwrite(const std::string& path, const std::string& text) {
     const int fd = open_file(path, O_WRONLY | O_CREAT);
     if (fd < 0)
         return false;
-    const bool written = overwrite_open(fd, text);
-    return close_file(fd) && written;
+    const InPlace result = overwrite_open(fd, text);
+    const bool closed = close_file(fd);
+    return result == InPlace::TooLong ? replace(path, text) : closed && result == InPlace::Done;
 }
 
 std::vector<std::string> lines(const std::string& text) {

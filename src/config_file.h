@@ -22,7 +22,9 @@ namespace config_file {
 [[nodiscard]] bool replace(const std::string& path, const std::string& text);
 
 // Writes into the file itself, which keeps its inode, for lists of lines whose reader skips empty
-// ones: where the new text is shorter, line feeds stand behind it until the file is cut.
+// ones: where the new text is shorter, line feeds stand behind it until the file is cut. Where the
+// old or the new text is longer than 4096 bytes, a kill could leave some of both, so that the file
+// is replaced instead.
 [[nodiscard]] bool overwrite(const std::string& path, const std::string& text);
 
 // The lines of a text without their ends, whether these are line feeds or come with carriage
