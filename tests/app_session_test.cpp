@@ -205,6 +205,36 @@ TEST_F(AppSession, the_languages_go_round_in_both_directions) {
     EXPECT_EQ(setting, codes[1]);
 }
 
+TEST_F(AppSession, another_language_asks_for_a_frame_and_shows_in_it) {
+    write_file(left() + "/big", test_env::pattern(3'000'000));
+    start();
+    SettingsStore::instance().mutable_get().language = "en";
+    I18n::instance().set_language("en");
+    // A window with a dialogue does not repaint by the clock.
+    app().m_flash_until = 0;
+    app().show_message("a", "dialogue");
+    pass(0.5);
+    frame();
+    const auto row = [this] {
+        const App::HitRect rect = hit(App::Hit::PaneRow, 1, 0);
+        std::string pixels;
+        for (int y = static_cast<int>(rect.y); y < static_cast<int>(rect.y + rect.h); ++y)
+            for (int x = static_cast<int>(rect.x); x < static_cast<int>(rect.x + rect.w); ++x)
+                pixels += pixel(x, y);
+        return pixels;
+    };
+    const std::string english = row();
+    frame();
+    ASSERT_EQ(row(), english);
+    app().m_hits.clear();
+    ASSERT_FALSE(pump_until([this] { return !app().m_hits.empty(); }, 0.4));
+    app().perform(Action::SettingsLanguageNext, 0);
+    EXPECT_TRUE(pump_until([this] { return !app().m_hits.empty(); }, 5));
+    frame();
+    EXPECT_EQ(I18n::instance().effective_language(), "es");
+    EXPECT_NE(row(), english);  // "2.86 MB" has become "2,86 MB"
+}
+
 TEST_F(AppSession, closing_the_window_and_the_end_save_the_state) {
     make_dirs(left() + "/sub");
     start();
