@@ -143,7 +143,11 @@ std::string date(int64_t t) {
 }
 
 std::string date_time(int64_t t) {
-    return local_time(t, (std::string(I18n::instance().date_format()) + " %H:%M").c_str());
+    return date_time(t, I18n::instance().date_format());
+}
+
+std::string date_time(int64_t t, const char* date_format) {
+    return local_time(t, (std::string(date_format) + " %H:%M").c_str());
 }
 
 int saturated(int64_t number) {

@@ -31,6 +31,8 @@ namespace fmt {
 // The same with hours and minutes behind it. 0 is a time like any other here: whether it stands for
 // "unknown", and what shows then, is the caller's matter.
 [[nodiscard]] std::string date_time(int64_t t);
+// The same in a date format that the caller has looked up.
+[[nodiscard]] std::string date_time(int64_t t, const char* date_format);
 
 // The nearest int: what a "%d" of a translated text may be given.
 [[nodiscard]] int saturated(int64_t number);
