@@ -19,6 +19,7 @@
 #include "copy_engine.h"
 #include "dir_lister.h"
 #include "pane.h"
+#include "pane_columns.h"
 #include "theme.h"
 
 #include <cstdint>
@@ -111,6 +112,15 @@ class App {
         double right_w = 0;
         double row_h = 24;
         int visible_rows = 1;
+
+        // The bands of a pane around its rows: from the top, and the last one at the bottom. The
+        // filter bar is there only while it is open or a filter is in force.
+        static constexpr double banner_h = 28;
+        static constexpr double drive_h = 34;
+        static constexpr double path_h = 26;
+        static constexpr double search_h = 28;
+        static constexpr double head_h = 26;
+        static constexpr double hscroll_h = 18;
     };
 
     // The dialogues, of which at most one is open.
@@ -219,10 +229,15 @@ class App {
     // The whole rows that fit into a side's row area as it is painted, at least 1. Everything that
     // scrolls, pages or keeps the cursor in view goes by this.
     [[nodiscard]] int rows_in_view(bool right) const;
+    [[nodiscard]] bool filter_bar_shown(bool right) const;
+    // Whether work is under way as this frame shows it.
+    [[nodiscard]] bool frame_busy() const { return m_frame_copy.running || m_frame_bg.running; }
 
     // The nearest edge between two lines of pixels. Areas that meet there join without a seam at
     // every scale.
     [[nodiscard]] double pixel_edge(double y) const;
+    // Whole pixels, by the same rule. The caller saves and restores the context.
+    void clip_to(double x, double y, double w, double h);
     void set_color(const std::string& color, double alpha);
     void fill_rect(double x, double y, double w, double h, const std::string& color, double alpha);
     void rounded_rect(double x, double y, double w, double h, double r);  // the path alone
@@ -244,6 +259,8 @@ class App {
                         const std::string* color);
     void add_hit(double x, double y, double w, double h, Hit what, int param = 0,
                  bool right = false, const std::string& label = {});
+    // Cuts the rectangles from the given one on to an area, and drops what lies outside.
+    void clip_hits(size_t first, double x, double y, double w, double h);
     // The topmost rectangle, or null. Valid until the next frame.
     [[nodiscard]] const HitRect* hit_test(double x, double y) const;
     // The rectangle under the pointer, or null. Painters get the one of the frame before, since
@@ -259,10 +276,27 @@ class App {
 
     void draw_pane(Pane& pane, bool right, double x, double y, double w, double h);
     void keep_cursor_in_view(Pane& pane, bool right);
-    void draw_pane_bands(const Pane& pane, bool right, double x, double y, double w);
-    void draw_pane_rows(const Pane& pane, bool right, double x, double y, double w, double h);
-    void draw_row(const Pane& pane, bool right, int index, double x, double y, double w);
-    void draw_rename_box(const Pane& pane, double x, double y, double w);
+    // Clamps m_pane_hscroll and notes the widths of content and view.
+    Columns place_pane_columns(const Pane& pane, bool right, double x, double w);
+    void draw_pane_banner(bool right, double x, double y, double w);
+    void draw_drive_bar(const Pane& pane, double x, double y, double w);
+    void draw_path_bar(const Pane& pane, bool right, double x, double y, double w);
+    void draw_breadcrumb(const std::string& path, bool right, double x, double y, double w);
+    void draw_path_editor(double x, double y, double w);
+    void draw_path_error(double x, double y, double w);
+    void draw_search_bar(const Pane& pane, bool right, double x, double y, double w);
+    void draw_pane_header(const Pane& pane, bool right, const Columns& columns, double x, double y,
+                          double w);
+    void draw_pane_rows(const Pane& pane, bool right, const Columns& columns, double x, double y,
+                        double w, double h);
+    void draw_row(const Pane& pane, bool right, const Columns& columns, int index, double x,
+                  double y, double w);
+    void draw_row_back(const Pane& pane, bool right, int index, double x, double y, double w);
+    void draw_rename_box(const Pane& pane, double x, double y, double room);
+    void draw_reload_flash(double x, double y, double w, double h);
+    void draw_pane_hscroll(bool right, double x, double y);
+    void draw_pane_vscroll(const Pane& pane, bool right, double x, double y, double w, double h);
+    void draw_pane_frame(bool right, double x, double y, double w, double h);
 
     // --- Progress band (app_progress.cpp) -----------------------------------------------------
 
@@ -399,7 +433,12 @@ class App {
 
     // --- Fields: panes, by side (app_panes.cpp) -----------------------------------------------
 
-    int m_rows_painted[2] = {0, 0};  // rows_in_view() of the last frame; 0: none yet
+    int m_rows_painted[2] = {0, 0};       // rows_in_view() of the last frame; 0: none yet
+    double m_pane_hscroll[2] = {0, 0};    // how far the columns are scrolled to the right
+    double m_pane_content_w[2] = {0, 0};  // these four are written by each frame
+    double m_pane_view_w[2] = {0, 0};
+    double m_pane_htrack_x[2] = {0, 0};
+    double m_pane_htrack_w[2] = {0, 0};
 
     // --- Fields: dialogue (app_dialogs.cpp, app_actions.cpp). Live while one is open. ------------
 
@@ -417,6 +456,12 @@ class App {
     // --- Fields: keyboard (app_keys.cpp) ------------------------------------------------------
 
     int m_search_pane = -1;  // 0 or 1: whose filter bar is open
+    std::string m_search_buffer;
+    size_t m_search_caret = 0;  // bytes, as is the next caret
+    int m_path_edit = -1;       // 0 or 1: whose path is being edited
+    std::string m_path_buffer;
+    size_t m_path_caret = 0;
+    std::string m_path_error;  // shown below the path bar; empty: none
 
     // --- Fields: pointer (app_pointer.cpp) ----------------------------------------------------
 
@@ -427,4 +472,11 @@ class App {
     bool m_press_defer_select = false;  // the release reduces the selection to that row
     int m_press_row = -1;
     bool m_press_right = false;
+    int m_pane_hdrag = -1;  // 0 or 1: whose horizontal scrollbar is held
+    bool m_dragging_scroll = false;
+    bool m_drag_scroll_right = false;
+    bool m_drag_active = false;  // files are dragged over the window
+    bool m_drag_inside = false;  // over a pane of it
+    bool m_drag_target_right = false;
+    int m_drag_row = -1;  // the folder's row under them
 };

@@ -125,11 +125,6 @@ constexpr HitName kHitNames[] = {
 
 static_assert(std::size(kHitNames) == static_cast<size_t>(App::Hit::PermBit) + 1);
 
-// The bands of a pane above and below its rows, from the top: banner, drive bar, path bar, column
-// header; at the bottom the horizontal scrollbar. The filter bar comes on top of these.
-constexpr double kPaneBands = 28 + 34 + 26 + 26 + 18;
-constexpr double kFilterBar = 28;
-
 }  // namespace
 
 // --- The frame --------------------------------------------------------------------------------
@@ -192,9 +187,15 @@ App::Layout App::compute_layout(double w, double h) const {
     return l;
 }
 
+bool App::filter_bar_shown(bool right) const {
+    return m_search_pane == (right ? 1 : 0) || !pane_for(right).filter().empty();
+}
+
 int App::rows_in_view(bool right) const {
-    const bool filter_bar = m_search_pane == (right ? 1 : 0) || !pane_for(right).filter().empty();
-    const double rows_h = m_layout.pane_h - kPaneBands - (filter_bar ? kFilterBar : 0);
+    constexpr double kBands =
+        Layout::banner_h + Layout::drive_h + Layout::path_h + Layout::head_h + Layout::hscroll_h;
+    const double rows_h =
+        m_layout.pane_h - kBands - (filter_bar_shown(right) ? Layout::search_h : 0);
     return std::max(1, static_cast<int>(rows_h / m_layout.row_h));
 }
 
@@ -206,6 +207,21 @@ double App::pixel_edge(double y) const {
     y = std::round(y);
     cairo_device_to_user(m_cr, &x, &y);
     return y;
+}
+
+void App::clip_to(double x, double y, double w, double h) {
+    double right = x + w;
+    double bottom = y + h;
+    cairo_user_to_device(m_cr, &x, &y);
+    cairo_user_to_device(m_cr, &right, &bottom);
+    x = std::round(x);
+    y = std::round(y);
+    right = std::round(right);
+    bottom = std::round(bottom);
+    cairo_device_to_user(m_cr, &x, &y);
+    cairo_device_to_user(m_cr, &right, &bottom);
+    cairo_rectangle(m_cr, x, y, std::max(0.0, right - x), std::max(0.0, bottom - y));
+    cairo_clip(m_cr);
 }
 
 void App::set_color(const std::string& color, double alpha) {
@@ -329,6 +345,22 @@ double App::wrapped_text(const std::string& text, double x, double y, double max
 void App::add_hit(double x, double y, double w, double h, Hit what, int param, bool right,
                   const std::string& label) {
     m_hits.push_back({x, y, w, h, what, param, right, label, m_drawing_overlay, m_drawing_menu});
+}
+
+void App::clip_hits(size_t first, double x, double y, double w, double h) {
+    for (size_t i = first; i < m_hits.size(); ++i) {
+        HitRect& hit = m_hits[i];
+        const double left = std::max(hit.x, x);
+        const double top = std::max(hit.y, y);
+        hit.w = std::min(hit.x + hit.w, x + w) - left;
+        hit.h = std::min(hit.y + hit.h, y + h) - top;
+        hit.x = left;
+        hit.y = top;
+    }
+    const auto outside = [](const HitRect& hit) { return hit.w <= 0 || hit.h <= 0; };
+    m_hits.erase(
+        std::remove_if(m_hits.begin() + static_cast<ptrdiff_t>(first), m_hits.end(), outside),
+        m_hits.end());
 }
 
 const App::HitRect* App::hit_test(double x, double y) const {

@@ -528,8 +528,9 @@ TEST_F(AppTest, a_marked_row_and_the_cursor_can_be_told_apart) {
     const auto [x, marked_y] = middle(1);
     EXPECT_EQ(pixel(x + 300, marked_y), app().m_palette.selection);
     EXPECT_NE(pixel(x + 300, middle(2).second), app().m_palette.selection);
-    EXPECT_EQ(pixel(x + 5, middle(3).second), app().m_palette.source_tint);
-    EXPECT_NE(pixel(x + 5, marked_y), app().m_palette.source_tint);
+    // The bar is 4 wide; the pane's frame covers its first 3.5.
+    EXPECT_EQ(pixel(x + 3, middle(3).second), app().m_palette.source_tint);
+    EXPECT_NE(pixel(x + 3, marked_y), app().m_palette.source_tint);
     shot("marked");
 }
 
@@ -546,13 +547,13 @@ TEST_F(AppTest, stripes_and_cursor_are_the_active_sides_alone) {
     const Palette& p = app().m_palette;
     EXPECT_EQ(pixel(200, y_of(1)), p.row_alt);
     EXPECT_EQ(pixel(200, y_of(4)), p.pane_active);
-    EXPECT_EQ(pixel(4, y_of(2)), p.source_tint);
+    EXPECT_EQ(pixel(3, y_of(2)), p.source_tint);
     // The parent row has a name and nothing else.
     EXPECT_FALSE(painted(100, y_of(0) - 10, 390, 20));
     EXPECT_TRUE(painted(100, y_of(1) - 10, 390, 20));
     key(GDK_KEY_Tab);
     EXPECT_EQ(pixel(200, y_of(1)), p.pane);
-    EXPECT_EQ(pixel(4, y_of(2)), p.pane);
+    EXPECT_EQ(pixel(3, y_of(2)), p.pane);
 }
 
 TEST_F(AppTest, running_work_veils_both_sides) {
@@ -584,10 +585,10 @@ TEST_F(AppTest, marked_rows_meet_without_a_seam_at_every_scale) {
                 app().apply_theme();
                 app().m_active_right = !active;
                 frame();
-                // Right of the texts, left of the frame.
+                // Right of the texts, left of the scrollbar, which is 11 wide.
                 const App::HitRect first = hit(App::Hit::PaneRow, 1, 0);
                 const double s = app().m_ui_scale;
-                const int x = static_cast<int>((first.x + first.w - 7) * s);
+                const int x = static_cast<int>((first.x + first.w - 14) * s);
                 const int top = static_cast<int>((first.y + 12) * s);
                 const std::string color = pixel(x, top);
                 const int bottom = top + static_cast<int>(3 * 24 * s);

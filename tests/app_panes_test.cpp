@@ -1,0 +1,520 @@
+// The bands of a pane and its scrollbars: what they paint and which rectangles they make. The
+// heights from the top: banner 28, drive bar 34, path bar 26, filter bar 28 when it is open, column
+// header 26, rows of 24, and 18 for the horizontal scrollbar at the bottom. Columns and rows:
+// app_rows_test.cpp.
+
+#include "app_pane_paint.h"
+
+#include "i18n.h"
+
+namespace {
+
+using test_env::write_file;
+
+// --- Bands ------------------------------------------------------------------------------------
+
+TEST_F(PanePaint, the_bands_follow_each_other_from_the_top) {
+    files(3);
+    start();
+    for (const Look& look_of : kLooks) {
+        look(look_of.theme, look_of.scale);
+        const App::Layout& l = app().m_layout;
+        for (const int side : {0, 1}) {
+            const double x = side ? l.right_x : l.left_x;
+            const double w = side ? l.right_w : l.left_w;
+            const auto expect_band = [&](App::Hit what, double y, double h) {
+                const App::HitRect rect = hit(what, -1, side);
+                EXPECT_EQ(rect.x, x) << App::hit_name(what);
+                EXPECT_EQ(rect.w, w) << App::hit_name(what);
+                EXPECT_EQ(rect.y, l.pane_y + y) << App::hit_name(what);
+                EXPECT_EQ(rect.h, h) << App::hit_name(what);
+            };
+            expect_band(App::Hit::PaneBanner, 0, 28);
+            expect_band(App::Hit::PathBar, 28 + 34, 26);
+            expect_band(App::Hit::PaneHeaderMenu, 28 + 34 + 26, 26);
+            expect_band(App::Hit::PaneBackground, 28 + 34 + 26 + 26,
+                        l.pane_h - 28 - 34 - 26 - 26 - 18);
+            const bool active = side == 0;
+            const Palette& p = app().m_palette;
+            EXPECT_EQ(at(x + 6, l.pane_y + 14), active ? p.source_tint : p.target_tint);
+            EXPECT_EQ(at(x + 6, l.pane_y + 28 + 17), p.bar);
+            EXPECT_EQ(at(x + 6, l.pane_y + 62 + 13), active ? p.header_active : p.header);
+            EXPECT_EQ(at(x + 6, l.pane_y + 88 + 13),
+                      active ? mix_hex(p.header, p.bar, 0.13) : p.header);
+            EXPECT_EQ(at(x + w - 20, l.status_y - 18 - 30), active ? p.pane_active : p.pane);
+        }
+    }
+}
+
+TEST_F(PanePaint, the_filter_bar_takes_28_from_the_rows_of_its_side_alone) {
+    files(3);
+    start();
+    for (const Look& look_of : kLooks) {
+        app().m_search_pane = -1;
+        look(look_of.theme, look_of.scale);
+        const double without = hit(App::Hit::PaneBackground, -1, 1).y;
+        EXPECT_EQ(count_hits(App::Hit::SearchBar), 0U);
+        app().m_search_pane = 1;
+        frame();
+        EXPECT_EQ(hit(App::Hit::PaneBackground, -1, 1).y, without + 28);
+        EXPECT_EQ(hit(App::Hit::PaneHeaderMenu, -1, 1).y, without + 28 - 26);
+        EXPECT_EQ(hit(App::Hit::PaneBackground, -1, 0).y, without);
+    }
+    // A filter keeps the bar open when the field is no longer in use.
+    app().m_search_pane = -1;
+    pane().set_filter("1", true);
+    frame();
+    EXPECT_EQ(all(App::Hit::SearchBar, 0).size(), 1U);
+    EXPECT_EQ(all(App::Hit::SearchBar, 1).size(), 0U);
+}
+
+TEST_F(PanePaint, the_header_rule_is_two_high_on_the_active_side_and_one_on_the_other) {
+    start();
+    const Palette& p = app().m_palette;
+    const int bottom = static_cast<int>(kRows);
+    EXPECT_EQ(pixel(100, bottom - 1), p.divider);
+    EXPECT_EQ(pixel(100, bottom - 2), p.divider);
+    EXPECT_EQ(pixel(100, bottom - 3), mix_hex(p.header, p.bar, 0.13));
+    EXPECT_EQ(pixel(static_cast<int>(kRight) + 100, bottom - 1), p.divider);
+    EXPECT_EQ(pixel(static_cast<int>(kRight) + 100, bottom - 2), p.header);
+}
+
+TEST_F(PanePaint, the_frame_is_wide_on_the_active_side_and_thin_on_the_other) {
+    start();
+    for (const char* theme : {"light", "dark"}) {
+        look(theme, 100);
+        const Palette& p = app().m_palette;
+        // Width 4 about a line 1.5 inside: 0 to 3.5. Width 1.5: 0.75 to 2.25, at alpha 0.45.
+        for (const int x : {0, 1, 2})
+            EXPECT_EQ(pixel(x, 500), p.source_tint) << x;
+        EXPECT_EQ(pixel(4, 500), p.pane_active);
+        expect_near(pixel(static_cast<int>(kRight) + 1, 500), over(p.target_tint, 0.45, p.pane),
+                    "thin frame");
+        EXPECT_EQ(pixel(static_cast<int>(kRight) + 3, 500), p.pane);
+        // Nothing of it lies outside the pane.
+        EXPECT_EQ(pixel(static_cast<int>(kRight) - 1, 500), p.window);
+        EXPECT_EQ(pixel(508, 500), p.window);
+        EXPECT_EQ(pixel(300, 93), p.divider);
+        EXPECT_EQ(pixel(900, 93), p.divider);
+    }
+}
+
+TEST_F(PanePaint, a_side_that_files_are_dragged_over_is_framed_in_green) {
+    start();
+    app().m_drag_active = true;
+    app().m_drag_target_right = true;
+    frame();
+    EXPECT_NE(pixel(static_cast<int>(kRight) + 2, 500), app().m_palette.ok);
+    app().m_drag_inside = true;
+    frame();
+    for (const int x : {0, 1, 2, 3})
+        EXPECT_EQ(pixel(static_cast<int>(kRight) + x, 500), app().m_palette.ok) << x;
+    EXPECT_EQ(pixel(static_cast<int>(kRight) + 4, 500), app().m_palette.pane);
+    EXPECT_EQ(pixel(1, 500), app().m_palette.source_tint);
+}
+
+// --- Banner -----------------------------------------------------------------------------------
+
+TEST_F(PanePaint, the_words_stand_at_the_outer_edges) {
+    start();
+    for (const Look& look_of : kLooks) {
+        look(look_of.theme, look_of.scale);
+        const App::Layout& l = app().m_layout;
+        const double y = l.pane_y + 6;
+        // 14 from the edge; the inner part of the band is plain.
+        EXPECT_FALSE(has("#FFFFFF", l.left_x + 5, y, 8, 16));
+        EXPECT_TRUE(has("#FFFFFF", l.left_x + 14, y, 60, 16));
+        const double right_edge = l.right_x + l.right_w;
+        EXPECT_FALSE(has("#FFFFFF", right_edge - 13, y, 8, 16));
+        EXPECT_TRUE(has("#FFFFFF", right_edge - 74, y, 60, 16));
+        EXPECT_FALSE(has("#FFFFFF", l.left_x + l.left_w - 100, y, 95, 16));
+        EXPECT_FALSE(has("#FFFFFF", l.right_x + 5, y, 95, 16));
+    }
+}
+
+TEST_F(PanePaint, the_arrows_lead_from_the_source_to_the_target) {
+    start();
+    // Above the shaft only the head is painted: half of its height next to its base.
+    const auto head_at = [this](double from, double to) {
+        const double y = kTop + 14 - 5;
+        int sum = 0;
+        int found = 0;
+        for (int x = static_cast<int>(from); x < static_cast<int>(to); ++x)
+            if (pixel(x, static_cast<int>(y)) != pixel(static_cast<int>(from), 100)) {
+                sum += x;
+                ++found;
+            }
+        EXPECT_GT(found, 0);
+        return found ? (static_cast<double>(sum) / found - from) / (to - from) : 0;
+    };
+    for (const bool active_right : {false, true}) {
+        app().m_active_right = active_right;
+        frame();
+        for (const int side : {0, 1}) {
+            // Between the word and the hint, 12 from either: 28 for the arrow.
+            const bool source = (side == 1) == active_right;
+            cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1, 1);
+            app().m_cr = cairo_create(surface);
+            const double word =
+                app().text_width(tr(source ? "pane.source" : "pane.target"), 14, true, false);
+            cairo_destroy(app().m_cr);
+            cairo_surface_destroy(surface);
+            app().m_cr = nullptr;
+            const double from = side ? kRight + 508 - 14 - word - 12 - 28 : 14 + word + 12;
+            const double share = head_at(from, from + 28);
+            if (active_right)
+                EXPECT_LT(share, 0.5) << side;
+            else
+                EXPECT_GT(share, 0.5) << side;
+        }
+    }
+}
+
+TEST_F(PanePaint, the_hint_is_painted_only_where_it_fits_with_80_to_spare) {
+    start();
+    frame();
+    // The source's banner on the left: something stands behind the arrow.
+    EXPECT_TRUE(painted(150, static_cast<int>(kTop) + 8, 100, 12));
+    // 183 wide at 200 %: the word, 12, the arrow of 28 and 12 leave less than the hint takes.
+    settings().font_scale = 200;
+    frame(900, 1000);
+    ASSERT_EQ(app().m_layout.left_w, 183);
+    EXPECT_FALSE(painted(2 * 135, 2 * static_cast<int>(kTop + 6), 2 * 40, 2 * 16));
+    EXPECT_TRUE(has("#FFFFFF", 14, kTop + 6, 60, 16));
+}
+
+// --- Path bar ---------------------------------------------------------------------------------
+
+TEST_F(PanePaint, a_segment_knows_how_many_components_it_keeps) {
+    test_env::make_dirs(left() + "/a/b");
+    start({"--left=" + left() + "/a//b/"});
+    for (const Look& look_of : kLooks) {
+        look(look_of.theme, look_of.scale);
+        const std::vector<App::HitRect> segments = all(App::Hit::PathSegment, 0);
+        const auto depth = std::ranges::count(left(), '/') + 2;
+        ASSERT_GE(segments.size(), 2U);
+        EXPECT_EQ(segments.front().param, 0);
+        EXPECT_EQ(segments.front().x, 10 - 3);
+        EXPECT_EQ(segments.back().param, depth);
+        for (size_t i = 2; i < segments.size(); ++i) {
+            EXPECT_EQ(segments[i].param, segments[i - 1].param + 1);
+            // 14 from the end of a text to the next; each rectangle has 3 on either side.
+            EXPECT_DOUBLE_EQ(segments[i].x, segments[i - 1].x + segments[i - 1].w + 14 - 6);
+        }
+        for (const App::HitRect& segment : segments) {
+            EXPECT_EQ(segment.y, app().m_layout.pane_y + 62);
+            EXPECT_EQ(segment.h, 26);
+        }
+        EXPECT_EQ(app().hit_test(app().m_layout.left_w - 8, segments[0].y + 13)->what,
+                  App::Hit::PathBar);
+    }
+}
+
+TEST_F(PanePaint, a_path_that_is_too_long_drops_its_first_segments) {
+    std::string deep = left();
+    for (int i = 0; i < 20; ++i)
+        deep += "/folder number " + std::to_string(i);
+    test_env::make_dirs(deep);
+    start({"--left=" + deep});
+    for (const Look& look_of : kLooks) {
+        look(look_of.theme, look_of.scale);
+        const std::vector<App::HitRect> segments = all(App::Hit::PathSegment, 0);
+        ASSERT_GE(segments.size(), 2U);
+        EXPECT_EQ(segments[0].param, 0);
+        EXPECT_GT(segments[1].param, 1);
+        EXPECT_EQ(segments.back().param, std::ranges::count(deep, '/'));
+        const double w = app().m_layout.left_w;
+        EXPECT_LE(segments.back().x + segments.back().w, w);
+        // One more would have run into the last 30.
+        EXPECT_GT(segments.back().x + segments.back().w + segments[1].w + 8, w - 30);
+        // "…" stands between the root and the first of them.
+        const double gap = segments[1].x - (segments[0].x + segments[0].w);
+        EXPECT_GT(gap, 8);
+        EXPECT_LT(gap, 30);
+    }
+    shot("panes-long-path");
+}
+
+TEST_F(PanePaint, a_single_segment_wider_than_the_bar_is_cut) {
+    const std::string deep = left() + "/" + std::string(200, 'w');
+    test_env::make_dirs(deep);
+    start({"--left=" + deep});
+    for (const Look& look_of : kLooks) {
+        look(look_of.theme, look_of.scale);
+        const std::vector<App::HitRect> segments = all(App::Hit::PathSegment, 0);
+        ASSERT_EQ(segments.size(), 2U);
+        EXPECT_LE(segments[1].x + segments[1].w, app().m_layout.left_w - 6);
+    }
+}
+
+TEST_F(PanePaint, the_editor_stands_in_place_of_the_segments) {
+    start();
+    for (const Look& look_of : kLooks) {
+        app().m_path_edit = 0;
+        app().m_path_buffer = "/some/where";
+        app().m_path_caret = app().m_path_buffer.size();
+        app().m_path_error.clear();
+        look(look_of.theme, look_of.scale);
+        const Palette& p = app().m_palette;
+        const double y = app().m_layout.pane_y + 62;
+        const double w = app().m_layout.left_w;
+        EXPECT_TRUE(all(App::Hit::PathSegment, 0).empty());
+        EXPECT_FALSE(all(App::Hit::PathSegment, 1).empty());
+        EXPECT_EQ(at(w - 20, y + 13), p.control);
+        // Width 2 about a line 1 inside: the outermost 2.
+        const bool whole = look_of.scale >= 100;  // whole pixels
+        if (whole) {
+            EXPECT_EQ(at(w - 20, y + 1), p.accent);
+            EXPECT_EQ(at(w - 20, y + 25), p.accent);
+        }
+        EXPECT_FALSE(has(p.danger, 1, y, 10, 26));
+        app().m_path_error = "no such folder";
+        frame();
+        if (whole) {
+            EXPECT_EQ(at(w - 20, y + 1), p.danger);
+        }
+        // The band of the error is 20 high, under the bar.
+        EXPECT_EQ(at(w - 20, y + 26 + 10), p.danger_bg);
+        EXPECT_EQ(at(w - 20, y + 26 + 18), p.danger_bg);
+        EXPECT_EQ(at(8, y + 26 + 10), p.danger_bg);
+        EXPECT_NE(at(w - 20, y + 26 + 22), p.danger_bg);
+        EXPECT_FALSE(has(p.danger_bg, app().m_layout.right_x, y + 26, 100, 20));
+    }
+}
+
+TEST_F(PanePaint, a_long_path_is_shifted_so_that_the_caret_is_seen) {
+    start();
+    app().m_path_edit = 0;
+    app().m_path_buffer = "/" + std::string(300, 'i');
+    app().m_path_caret = app().m_path_buffer.size();
+    for (const Look& look_of : kLooks) {
+        if (look_of.scale == 70)
+            continue;  // a line of 1.4 covers no whole pixel
+        look(look_of.theme, look_of.scale);
+        const double y = app().m_layout.pane_y + 62;
+        const double w = app().m_layout.left_w;
+        const std::string control = app().m_palette.control;
+        // The caret has 12 of the room, which ends 10 before the edge, behind it.
+        const double caret = w - 10 - 12;
+        EXPECT_TRUE(has(control, caret - 3, y + 5, 3, 4));
+        bool seen = false;
+        for (double x = caret - 2; x <= caret + 2; x += 0.5)
+            seen |= at(x, y + 5) != control && at(x, y + 20) != control;
+        EXPECT_TRUE(seen) << look_of.scale;
+        EXPECT_EQ(at(caret + 5, y + 13), control);
+        // Nothing is painted over the box's own lines.
+        EXPECT_EQ(at(w / 2, y + 1), app().m_palette.accent);
+    }
+    // Its beginning is not shifted.
+    app().m_path_caret = 0;
+    look("light", 100);
+    EXPECT_TRUE(painted(9, static_cast<int>(kTop) + 62 + 5, 4, 4));
+}
+
+// --- Filter bar -------------------------------------------------------------------------------
+
+TEST_F(PanePaint, the_filter_bar_has_a_box_a_cross_and_a_count) {
+    files(30);
+    start();
+    pane().set_filter("1", true);
+    for (const Look& look_of : kLooks) {
+        for (const bool focus : {false, true}) {
+            app().m_search_pane = focus ? 0 : -1;
+            app().m_search_buffer = "1";
+            app().m_search_caret = 1;
+            look(look_of.theme, look_of.scale);
+            const Palette& p = app().m_palette;
+            const double w = app().m_layout.left_w;
+            const double y = app().m_layout.pane_y + 88;
+            const App::HitRect box = hit(App::Hit::SearchBar, -1, 0);
+            EXPECT_EQ(box.x, 10);
+            EXPECT_EQ(box.y, y + 3);
+            EXPECT_EQ(box.w, w - 20);
+            EXPECT_EQ(box.h, 22);
+            const App::HitRect cross = hit(App::Hit::SearchClear, -1, 0);
+            EXPECT_EQ(cross.w, 18);
+            EXPECT_EQ(cross.x + 9, box.x + box.w - 13);
+            EXPECT_EQ(at(6, y + 14), p.header);
+            EXPECT_EQ(at(box.x + box.w - 2.5, box.y + 5), p.control);
+            if (look_of.scale == 100 && !focus) {
+                EXPECT_EQ(at(60, box.y), p.control_edge);
+            }
+            if (look_of.scale >= 100) {
+                // The cross, and left of it the count.
+                EXPECT_TRUE(has(p.secondary, cross.x + 4, box.y + 5, 10, 12));
+                EXPECT_TRUE(painted(static_cast<int>((cross.x - 40) * app().m_ui_scale),
+                                    static_cast<int>((box.y + 5) * app().m_ui_scale), 30, 24));
+            }
+        }
+    }
+    EXPECT_EQ(app().hit_test(508 - 23, kTop + 88 + 14)->what, App::Hit::SearchClear);
+}
+
+TEST_F(PanePaint, the_count_tells_what_remains_of_all) {
+    files(30);
+    start();
+    const auto count_image = [this] {
+        frame();
+        std::string image;
+        for (int y = static_cast<int>(kTop) + 88 + 5; y < static_cast<int>(kTop) + 88 + 23; ++y)
+            for (int x = 380; x < 470; ++x)
+                image += pixel(x, y);
+        return image;
+    };
+    app().m_search_pane = 0;
+    const std::string all_of_them = count_image();
+    pane().set_filter("file1", true);
+    const std::string eleven = count_image();
+    EXPECT_NE(eleven, all_of_them);
+    pane().set_filter("file2", true);  // 11 as well
+    EXPECT_EQ(count_image(), eleven);
+}
+
+TEST_F(PanePaint, the_cross_is_red_under_the_pointer) {
+    start();
+    app().m_search_pane = 0;
+    frame();
+    const App::HitRect cross = hit(App::Hit::SearchClear, -1, 0);
+    EXPECT_FALSE(has(app().m_palette.danger, cross.x, cross.y, cross.w, cross.h));
+    app().handle_motion(cross.x + 9, cross.y + 11);
+    frame();
+    EXPECT_TRUE(has(app().m_palette.danger, cross.x, cross.y, cross.w, cross.h));
+}
+
+TEST_F(PanePaint, a_long_filter_text_stays_in_its_box) {
+    start();
+    app().m_search_pane = 0;
+    app().m_search_buffer = std::string(300, 'W');
+    app().m_search_caret = 300;
+    look("light", 100);
+    const App::HitRect box = hit(App::Hit::SearchBar, -1, 0);
+    // Between the text's end and the count 8 are free; the magnifier's place is untouched.
+    EXPECT_FALSE(has(app().m_palette.text, box.x + 1, box.y + 3, 8, 16));
+    EXPECT_FALSE(has(app().m_palette.text, box.x + box.w - 26, box.y + 3, 24, 16));
+    EXPECT_FALSE(has(app().m_palette.text, 508, box.y, 84, box.h));
+}
+
+// --- Scrollbars -------------------------------------------------------------------------------
+
+TEST_F(PanePaint, the_horizontal_bar_is_always_there_and_live_only_with_something_to_scroll) {
+    files(3);
+    start();
+    for (const char* theme : {"light", "dark"}) {
+        settings().show_owner = settings().show_group = settings().show_created = false;
+        settings().col_w_name = 0;
+        app().m_pane_hscroll[0] = 0;
+        look(theme, 100);
+        const Palette& p = app().m_palette;
+        const int top = 696 - 18;
+        EXPECT_EQ(pixel(100, top), p.divider);
+        EXPECT_EQ(pixel(100, top + 1), p.header);
+        EXPECT_EQ(pixel(100, top + 2), p.header);
+        EXPECT_EQ(count_hits(App::Hit::PaneHScroll), 0U);
+        for (const int x : {10, 250, 498})
+            expect_near(pixel(x, top + 9), over(p.secondary, 0.45, p.header), "idle thumb");
+        settings().col_w_name = 700;  // 700 + 214 + 20 = 934, 426 more than there is room for
+        frame();
+        EXPECT_EQ(app().m_pane_content_w[0], 934);
+        const App::HitRect bar = hit(App::Hit::PaneHScroll, -1, 0);
+        EXPECT_EQ(bar.y, top);
+        EXPECT_EQ(bar.h, 18);
+        EXPECT_EQ(app().m_pane_htrack_x[0], 0);
+        EXPECT_EQ(app().m_pane_htrack_w[0], 508);
+        const double thumb = 508.0 / 934 * 508;  // 276.3
+        expect_near(pixel(20, top + 9), over(p.secondary, 0.65, p.header), "thumb");
+        expect_near(pixel(static_cast<int>(thumb) - 6, top + 9), over(p.secondary, 0.65, p.header),
+                    "thumb");
+        EXPECT_EQ(pixel(static_cast<int>(thumb) + 2, top + 9), p.header);
+        app().m_pane_hdrag = 0;
+        app().m_pane_hscroll[0] = 426;
+        frame();
+        expect_near(pixel(508 - 20, top + 9), over(p.secondary, 0.9, p.header), "held thumb");
+        EXPECT_EQ(pixel(508 - static_cast<int>(thumb) - 4, top + 9), p.header);
+        app().m_pane_hdrag = -1;
+    }
+}
+
+TEST_F(PanePaint, a_wider_window_takes_the_scrolling_back_in_the_same_frame) {
+    settings().col_w_name = 700;
+    start();
+    app().m_pane_hscroll[0] = 426;
+    frame();
+    EXPECT_EQ(app().m_pane_hscroll[0], 426);
+    frame(1500, 720);  // 708 wide: 226 are out of view
+    EXPECT_EQ(app().m_pane_hscroll[0], 226);
+    EXPECT_EQ(hit(App::Hit::ColumnResize, 2, 0).x + 6, 708 - 10);
+    frame(2200, 720);
+    EXPECT_EQ(app().m_pane_hscroll[0], 0);
+}
+
+TEST_F(PanePaint, the_vertical_bar_stands_with_more_entries_than_fit) {
+    files(99);
+    start();
+    for (const Look& look_of : kLooks) {
+        pane().set_scroll(0, 1);
+        look(look_of.theme, look_of.scale);
+        const Palette& p = app().m_palette;
+        const App::HitRect area = hit(App::Hit::PaneBackground, -1, 0);
+        const double edge = app().m_layout.left_w;
+        const int rows = static_cast<int>(area.h / 24);
+        const double thumb_h = std::max(28.0, rows / 100.0 * area.h);
+        App::HitRect thumb = hit(App::Hit::ScrollThumb, -1, 0);
+        EXPECT_EQ(thumb.x, edge - 11);
+        EXPECT_EQ(thumb.w, 11);
+        EXPECT_EQ(thumb.y, area.y);
+        EXPECT_DOUBLE_EQ(thumb.h, thumb_h);
+        EXPECT_EQ(app().m_pane_view_w[0], edge - 11);
+        EXPECT_EQ(app().m_pane_view_w[1], app().m_layout.right_w);
+        pane().set_scroll(1000, rows);
+        frame();
+        thumb = hit(App::Hit::ScrollThumb, -1, 0);
+        EXPECT_NEAR(thumb.y + thumb.h, area.y + area.h, 1e-6);
+        // 7 wide, 2 from the track's edge: seen between the frame and the rest of the track.
+        const double x = edge - 6;
+        app().m_dragging_scroll = false;
+        pane().set_scroll(0, 1);
+        frame();
+        EXPECT_NE(at(x, area.y + thumb_h / 2), at(x, area.y + area.h - 5));
+        const std::string idle = at(x, area.y + thumb_h / 2);
+        app().m_dragging_scroll = true;
+        app().m_drag_scroll_right = true;
+        frame();
+        EXPECT_EQ(at(x, area.y + thumb_h / 2), idle);
+        app().m_drag_scroll_right = false;
+        frame();
+        EXPECT_NE(at(x, area.y + thumb_h / 2), idle);
+        app().m_dragging_scroll = false;
+        EXPECT_EQ(p.dark, std::string(look_of.theme) == "dark");
+    }
+}
+
+TEST_F(PanePaint, the_last_of_any_number_of_entries_can_be_seen_whole) {
+    start();
+    for (int n = 1; n <= 60; ++n) {
+        write_file(left() + "/file" + std::to_string(n), "x");
+        pane().set_filter("", true);
+        for (const bool filter : {false, true}) {
+            for (const bool band : {false, true}) {
+                app().m_search_pane = filter ? 0 : -1;
+                app().m_progress_hold_until = band ? App::now_seconds() + 100 : 0;
+                app().refresh_both();
+                frame();
+                key(GDK_KEY_Home);
+                key(GDK_KEY_End);
+                const App::HitRect area = hit(App::Hit::PaneBackground, -1, 0);
+                const App::HitRect last = hit(App::Hit::PaneRow, n, 0);
+                ASSERT_EQ(last.h, 24) << n << filter << band;
+                ASSERT_GE(last.y, area.y);
+                ASSERT_LE(last.y + 24, area.y + area.h);
+                // The bar is there exactly when something is out of view.
+                const bool scrolls = n + 1 > static_cast<int>(area.h / 24);
+                ASSERT_EQ(all(App::Hit::ScrollThumb, 0).size(), scrolls ? 1U : 0U) << n;
+                key(GDK_KEY_Home);
+                ASSERT_EQ(hit(App::Hit::PaneRow, 0, 0).h, 24);
+                ASSERT_EQ(pane().scroll(), 0);
+            }
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,81 @@
+// A window whose panes are looked at pixel by pixel, in logical units at any scale.
+
+#pragma once
+
+#include "app_fixture.h"
+
+#include "settings.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+class PanePaint : public AppTest {
+  protected:
+    static Settings& settings() { return SettingsStore::instance().mutable_get(); }
+
+    // At the sides of the default window of 1100 by 720: 508 wide, from 94 to 696.
+    static constexpr double kTop = 94;
+    static constexpr double kRows = kTop + 28 + 34 + 26 + 26;
+    static constexpr double kRight = 592;
+
+    // The same lengths in logical units at every scale.
+    void frame(int width = 0, int height = 0) {
+        const double s = settings().font_scale / 100.0;
+        AppTest::frame(width ? width : static_cast<int>(std::lround(1100 * s)),
+                       height ? height : static_cast<int>(std::lround(720 * s)));
+    }
+    void look(const char* theme, int scale) {
+        settings().theme = theme;
+        settings().font_scale = scale;
+        app().apply_theme();
+        frame();
+    }
+    // The pixel that holds a point given in logical units.
+    std::string at(double x, double y) {
+        const double s = app().m_ui_scale;
+        return pixel(static_cast<int>(std::floor(x * s)), static_cast<int>(std::floor(y * s)));
+    }
+    // Whether a colour occurs in a rectangle given in logical units.
+    bool has(const std::string& color, double x, double y, double w, double h) {
+        const double s = app().m_ui_scale;
+        for (int py = static_cast<int>(y * s); py < static_cast<int>((y + h) * s); ++py)
+            for (int px = static_cast<int>(x * s); px < static_cast<int>((x + w) * s); ++px)
+                if (pixel(px, py) == color)
+                    return true;
+        return false;
+    }
+    // A colour painted with an alpha over another one.
+    static std::string over(const std::string& color, double alpha, const std::string& back) {
+        return mix_hex(color, back, alpha);
+    }
+    // Equal but for rounding.
+    static void expect_near(const std::string& color, const std::string& wanted, const char* what) {
+        Rgb a;
+        Rgb b;
+        ASSERT_TRUE(hex_to_rgb(color, a) && hex_to_rgb(wanted, b)) << what << color << wanted;
+        const double off =
+            std::max({std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b)}) * 255;
+        EXPECT_LE(off, 2) << what << ": " << color << " is not " << wanted;
+    }
+    std::vector<App::HitRect> all(App::Hit what, int side) const {
+        std::vector<App::HitRect> found;
+        for (const App::HitRect& rect : const_cast<PanePaint*>(this)->app().m_hits)
+            if (rect.what == what && rect.right == (side == 1))
+                found.push_back(rect);
+        return found;
+    }
+    void files(int count) {
+        for (int i = 0; i < count; ++i)
+            test_env::write_file(left() + "/file" + std::to_string(i), "x");
+    }
+    double row_y(int index) { return hit(App::Hit::PaneRow, index, 0).y; }
+};
+
+struct Look {
+    const char* theme;
+    int scale;
+};
+inline constexpr Look kLooks[] = {{"light", 70}, {"light", 100}, {"light", 200},
+                                  {"dark", 70},  {"dark", 100},  {"dark", 200}};
