@@ -270,6 +270,7 @@ class App {
 
     void draw_header(double y, double w);
     void draw_bridge(double x, double y, double w, double h);
+    void draw_direction(double left, double right, double y);
     void draw_status_bar(double y, double w);
 
     // --- Panes (app_panes.cpp) ----------------------------------------------------------------

@@ -397,6 +397,31 @@ void App::draw_header(double y, double w) {
     draw_text_right("v" FERRODECK_VERSION, w - 10, centre, 11, m_palette.secondary, false, false);
 }
 
+// An arrow from the source to the target, in the colours of both.
+void App::draw_direction(double left, double right, double y) {
+    const double tail = m_active_right ? right : left;
+    const double tip = m_active_right ? left : right;
+    const double neck = tail + 0.7 * (tip - tail);
+    cairo_pattern_t* gradient = cairo_pattern_create_linear(tail, y, tip, y);
+    Rgb source{1, 0, 1};
+    Rgb target{1, 0, 1};
+    (void)hex_to_rgb(m_palette.source_tint, source);
+    (void)hex_to_rgb(m_palette.target_tint, target);
+    cairo_pattern_add_color_stop_rgb(gradient, 0, source.r, source.g, source.b);
+    cairo_pattern_add_color_stop_rgb(gradient, 1, target.r, target.g, target.b);
+    cairo_set_source(m_cr, gradient);
+    cairo_pattern_destroy(gradient);
+    cairo_move_to(m_cr, tail, y);
+    cairo_line_to(m_cr, neck, y);
+    cairo_set_line_width(m_cr, 4);
+    cairo_stroke(m_cr);
+    cairo_move_to(m_cr, tip, y);
+    cairo_line_to(m_cr, neck, y - 9);
+    cairo_line_to(m_cr, neck, y + 9);
+    cairo_close_path(m_cr);
+    cairo_fill(m_cr);
+}
+
 // Three commands with their keys, 64 wide and 10 in from the bridge's edges.
 void App::draw_bridge(double x, double y, double w, double h) {
     struct Button {
@@ -412,7 +437,8 @@ void App::draw_bridge(double x, double y, double w, double h) {
     constexpr double kHeight = 40;
     constexpr double kGap = 10;
     fill_rect(x, y, w, h, m_palette.window, 1);
-    const bool working = busy();
+    draw_direction(x + 10, x + w - 10, y + 26);
+    const bool working = frame_busy();
     double by = y + std::max(44.0, (h - 3 * kHeight - 2 * kGap) / 2);
     for (const Button& button : kButtons) {
         if (by + kHeight > y + h)
@@ -448,7 +474,9 @@ void App::draw_status_bar(double y, double w) {
     draw_text(summary, 10, centre, 11, m_palette.secondary, false, false, 1);
 
     const std::string side = tr(m_active_right ? "status.right_active" : "status.left_active");
-    draw_text_right(side, w - 10, centre, 11, m_palette.source_tint, false, false);
+    const double side_w = text_width(side, 11, false, false) + 16;
+    fill_rounded(w - 10 - side_w, y + 3, side_w, 18, 4, m_palette.source_bg, 1);
+    draw_text_right(side, w - 10 - 8, centre, 11, m_palette.source_tint, false, false);
 
     const double flash_left = m_flash_until > 0 ? m_flash_until - now_seconds() : 0;
     if (flash_left <= 0)

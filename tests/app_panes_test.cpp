@@ -517,4 +517,44 @@ TEST_F(PanePaint, the_last_of_any_number_of_entries_can_be_seen_whole) {
     }
 }
 
+// --- Between and below the panes ----------------------------------------------------------------
+
+TEST_F(PanePaint, the_arrow_of_the_bridge_leads_from_the_source_to_the_target) {
+    start();
+    for (const Look& look_of : kLooks) {
+        for (const bool active_right : {false, true}) {
+            app().m_active_right = active_right;
+            look(look_of.theme, look_of.scale);
+            const Palette& p = app().m_palette;
+            // 64 long from 10 inside the bridge; the head is the last 0.3 of it.
+            const double tail = active_right ? 508 + 74 : 508 + 10;
+            const double step = active_right ? -1 : 1;
+            const double y = kTop + 26;
+            const auto along = [&](double share) { return tail + step * 64 * share; };
+            expect_near(at(along(0.5), y - 0.5), over(p.target_tint, 0.5, p.source_tint), "shaft");
+            EXPECT_EQ(at(along(0.5), y - 4), p.window);
+            EXPECT_NE(at(along(0.74), y - 6), p.window);
+            EXPECT_NE(at(along(0.74), y + 5), p.window);
+            EXPECT_EQ(at(along(0.74), y - 11), p.window);
+            EXPECT_EQ(at(along(-0.04), y), p.window);
+            EXPECT_EQ(at(along(1.04), y), p.window);
+        }
+    }
+}
+
+TEST_F(PanePaint, the_status_bar_tells_the_active_side_in_a_pill) {
+    start();
+    for (const Look& look_of : kLooks) {
+        look(look_of.theme, look_of.scale);
+        const Palette& p = app().m_palette;
+        const double top = 696;
+        // Ends 10 before the edge; 18 high, 3 below the top.
+        EXPECT_EQ(at(1100 - 14, top + 12), p.source_bg);
+        EXPECT_EQ(at(1100 - 8, top + 12), p.bar);
+        EXPECT_EQ(at(1100 - 30, top + 5), p.source_bg);
+        EXPECT_EQ(at(1100 - 30, top + 19), p.source_bg);
+        EXPECT_EQ(at(1100 - 30, top + 22.5), p.bar);
+    }
+}
+
 }  // namespace
