@@ -11,27 +11,6 @@
 
 namespace {
 
-bool is_continuation(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
-
-size_t previous_character(const std::string& text, size_t at) {
-    while (at > 0) {
-        --at;
-        if (!is_continuation(text[at]))
-            break;
-    }
-    return at;
-}
-
-size_t next_character(const std::string& text, size_t at) {
-    if (at < text.size())
-        ++at;
-    while (at < text.size() && is_continuation(text[at]))
-        ++at;
-    return at;
-}
-
 // A dotfile has no extension: its stem is the whole name.
 size_t stem_end(const std::string& text) {
     const size_t dot = text.rfind('.');
@@ -456,7 +435,7 @@ bool Pane::rename_insert(const std::string& text) {
 bool Pane::rename_backspace() {
     if (!renaming())
         return false;
-    const size_t start = previous_character(m_rename_buffer, m_rename_caret);
+    const size_t start = su::previous_character(m_rename_buffer, m_rename_caret);
     m_rename_buffer.erase(start, m_rename_caret - start);
     m_rename_caret = start;
     return true;
@@ -465,7 +444,7 @@ bool Pane::rename_backspace() {
 bool Pane::rename_delete() {
     if (!renaming())
         return false;
-    const size_t end = next_character(m_rename_buffer, m_rename_caret);
+    const size_t end = su::next_character(m_rename_buffer, m_rename_caret);
     m_rename_buffer.erase(m_rename_caret, end - m_rename_caret);
     return true;
 }
@@ -474,9 +453,9 @@ bool Pane::rename_move_caret(int delta) {
     if (!renaming())
         return false;
     if (delta < 0)
-        m_rename_caret = previous_character(m_rename_buffer, m_rename_caret);
+        m_rename_caret = su::previous_character(m_rename_buffer, m_rename_caret);
     else if (delta > 0)
-        m_rename_caret = next_character(m_rename_buffer, m_rename_caret);
+        m_rename_caret = su::next_character(m_rename_buffer, m_rename_caret);
     return true;
 }
 

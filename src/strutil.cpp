@@ -134,4 +134,21 @@ std::string sanitize_utf8(std::string_view s) {
     return clean;
 }
 
+size_t previous_character(std::string_view s, size_t at) {
+    while (at > 0) {
+        --at;
+        if (!is_continuation(s[at]))
+            break;
+    }
+    return at;
+}
+
+size_t next_character(std::string_view s, size_t at) {
+    if (at < s.size())
+        ++at;
+    while (at < s.size() && is_continuation(s[at]))
+        ++at;
+    return at;
+}
+
 }  // namespace su

@@ -20,6 +20,18 @@ struct TwoArguments {
 
 const std::string kBad = "\xEF\xBF\xBD";  // U+FFFD
 
+TEST(StrUtil, a_step_over_a_character_never_ends_inside_one) {
+    const std::string text = "aö€b";  // 1, 2, 3 and 1 bytes
+    EXPECT_EQ(su::next_character(text, 0), 1U);
+    EXPECT_EQ(su::next_character(text, 1), 3U);
+    EXPECT_EQ(su::next_character(text, 3), 6U);
+    EXPECT_EQ(su::next_character(text, 7), 7U);
+    EXPECT_EQ(su::previous_character(text, 7), 6U);
+    EXPECT_EQ(su::previous_character(text, 6), 3U);
+    EXPECT_EQ(su::previous_character(text, 3), 1U);
+    EXPECT_EQ(su::previous_character(text, 0), 0U);
+}
+
 }  // namespace
 
 TEST(StrUtil, lower_ascii_changes_a_to_z_and_leaves_all_other_bytes) {
