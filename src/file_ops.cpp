@@ -8,8 +8,10 @@
 #include "strutil.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
+#include <unistd.h>
 
 namespace file_ops {
 
@@ -64,6 +66,23 @@ std::string rename_entry(const std::string& path, const std::string& new_name) {
     if (!error.empty() && fsops::last_error_code() == EEXIST)
         return tr("err.name_exists");
     return error;
+}
+
+std::string create_directory(const std::string& dir, const std::string& name) {
+    std::string refusal = validate_name(dir, name, {});
+    return refusal.empty() ? fsops::make_dir(su::join_path(dir, name), 0755) : refusal;
+}
+
+std::string create_empty_file(const std::string& dir, const std::string& name) {
+    std::string refusal = validate_name(dir, name, {});
+    if (!refusal.empty())
+        return refusal;
+    const std::string path = su::join_path(dir, name);
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return fsops::err_from(path);
+    close(fd);
+    return {};
 }
 
 bool start_clone(const std::vector<std::string>& paths, int threads) {

@@ -15,6 +15,10 @@ namespace file_ops {
 // A name equal to the old one is a success without a call. Never replaces what has the name.
 [[nodiscard]] std::string rename_entry(const std::string& path, const std::string& new_name);
 
+// The name is validated first. An empty file never takes the place of anything.
+[[nodiscard]] std::string create_directory(const std::string& dir, const std::string& name);
+[[nodiscard]] std::string create_empty_file(const std::string& dir, const std::string& name);
+
 // Duplicates the paths in their own folder under free names. False when a transfer runs.
 [[nodiscard]] bool start_clone(const std::vector<std::string>& paths, int threads);
 
