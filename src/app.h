@@ -172,6 +172,24 @@ class App {
         bool danger = false;
     };
 
+    // What takes a button together with Alt: a letter of its label, or a digit.
+    struct Accelerator {
+        char key = 0;                   // upper case; 0: none
+        size_t at = std::string::npos;  // the letter's place in the label, in bytes
+    };
+
+    struct Size {
+        double w = 0;
+        double h = 0;
+    };
+
+    struct Rect {
+        double x = 0;
+        double y = 0;
+        double w = 0;
+        double h = 0;
+    };
+
     // --- Life cycle, window, tick, saved state (app.cpp) --------------------------------------
 
     int run(int argc, char** argv);     // the whole life; 0
@@ -304,18 +322,38 @@ class App {
     void draw_progress(double y, double w);
     void draw_result_line(double y, double w, double h);
 
+    // --- Frame of the dialogues, buttons (app_overlay.cpp) ------------------------------------
+
+    void open_overlay(Overlay overlay, const std::string& title);
+    void close_overlay();
+    void forget_overlay_input();
+    void draw_overlay();
+    void draw_overlay_inside(double x, double y, double w, double h);
+    // The size that the open dialogue would like in a window of this size. Only in a frame.
+    Size overlay_size(double window_w, double window_h);
+    void draw_resize_grip(double right_x, double bottom_y);
+    // One row from the right, the last button rightmost; y is its top, w the panel's width. The
+    // order is that in which the buttons pick their letters, which replace those of an earlier row.
+    void draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons);
+    void draw_button(double x, double y, double w, const ButtonSpec& button,
+                     const Accelerator& accel);
+    // Adds to m_overlay_accels. One element for each button.
+    std::vector<Accelerator> assign_accelerators(const std::vector<ButtonSpec>& buttons);
+
     // --- Dialogues (app_dialogs.cpp) ----------------------------------------------------------
 
-    void draw_overlay();
     void draw_overlay_message(double x, double y, double w, double h);
+    void draw_overlay_text_input(double x, double y, double w, double h);
+    void draw_input_field(double x, double y, double w);
+    void draw_overlay_confirm_delete(double x, double y, double w, double h);
+    // The path without as many of its leading folders as it takes to fit, behind "…/".
+    std::string path_ending(const std::string& path, double room, double size);
     void draw_overlay_conflict(double x, double y, double w);
     void draw_overlay_errors(double x, double y, double w, double h);
     // Each choice with the key that takes it. The vector is the order in which they pick their
     // letters for m_overlay_accels; places, if given, says where each is shown.
     void draw_choices(double x, double y, double w, const std::vector<ButtonSpec>& choices,
                       int columns, const int* places = nullptr);
-    void open_overlay(Overlay overlay, const std::string& title);
-    void close_overlay();
 
     // --- Actions (app_actions.cpp) ------------------------------------------------------------
 
@@ -336,6 +374,16 @@ class App {
     void commit_rename();
 
     void begin_rename();
+    void open_text_input(Overlay overlay, const char* title_key, const std::string& text);
+    void accept_overlay();
+    void cancel_overlay();
+    void create_entry(Overlay kind, const std::string& name);
+    void select_by_pattern(const std::string& pattern);
+    void go_to_path(const std::string& path);
+    void ask_delete();
+    // A folder that one of the panes shows and that is selected or stands below one that is; null
+    // for none. Valid until the pane shows another.
+    [[nodiscard]] const std::string* pane_path_inside_selection() const;
     void clone_selection();
     void make_links();
     void copy_paths();
@@ -357,6 +405,8 @@ class App {
 
     void handle_key(GdkEventKey* event);
     bool handle_overlay_key(GdkEventKey* event);
+    void handle_input_key(GdkEventKey* event);
+    void input_insert(const std::string& text);
     bool handle_rename_key(GdkEventKey* event);
     void handle_shortcut(GdkEventKey* event);
 
@@ -441,7 +491,7 @@ class App {
     double m_pane_htrack_x[2] = {0, 0};
     double m_pane_htrack_w[2] = {0, 0};
 
-    // --- Fields: dialogue (app_dialogs.cpp, app_actions.cpp). Live while one is open. ------------
+    // --- Fields: dialogue (app_overlay.cpp, app_actions.cpp). Live while one is open. -----------
 
     Overlay m_overlay = Overlay::None;
     Overlay m_logged_overlay = Overlay::None;  // the one last written to the log
@@ -450,9 +500,19 @@ class App {
     bool m_overlay_is_error = false;
     Action m_message_action = Action::None;        // a message's second button
     const char* m_message_action_label = nullptr;  // its catalogue key
-    std::map<char, Action> m_overlay_accels;       // upper-case letter; rebuilt as it is painted
+    std::map<char, Action> m_overlay_accels;  // by upper-case letter or digit; the last frame's
+    Rect m_overlay_panel;                     // of the last frame that painted one
+    double m_overlay_min_w = 0;               // 0: the panel cannot be resized
+    double m_overlay_min_h = 0;
+    int m_overlay_resize = 0;        // which side is being dragged; 0: none
+    bool m_overlay_scrolls = false;  // set by a dialogue that scrolls as it is painted
+    int m_overlay_page = 0;          // its rows in view
+    int m_list_scroll = 0;           // its first row; 0 whenever a dialogue opens
+    std::string m_input_buffer;      // UTF-8
+    size_t m_input_caret = 0;        // bytes; on a character boundary
     bool m_conflict_apply_all = false;
     std::string m_pending_bookmark;  // the path that a bookmark's dialogue is about; empty: none
+    std::string m_pending_unpack;    // the archive that is to be unpacked; empty: none
 
     // --- Fields: keyboard (app_keys.cpp) ------------------------------------------------------
 

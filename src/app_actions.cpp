@@ -176,8 +176,20 @@ void App::dispatch(Action action) {
         return start_transfer(!m_active_right, false);
     case Action::MoveToOther:
         return start_transfer(!m_active_right, true);
+    case Action::NewFolder:
+        return open_text_input(Overlay::NewFolder, "dlg.new_folder_title", "");
+    case Action::NewFile:
+        return open_text_input(Overlay::NewFile, "dlg.new_file_title", "");
+    case Action::SelectPattern:
+        return open_text_input(Overlay::SelectPattern, "dlg.select_pattern_title", "*");
+    case Action::GoToPath:
+        return open_text_input(Overlay::GoToPath, "dlg.go_to_path_title", active_pane().path());
+    case Action::Delete:
+        return ask_delete();
     case Action::OverlayOk:
+        return accept_overlay();
     case Action::OverlayCancel:
+        return cancel_overlay();
     case Action::DismissErrors:
         return close_overlay();
     case Action::ConflictOverwrite:
@@ -238,19 +250,14 @@ void App::dispatch(Action action) {
     case Action::OwnerApply:
         return;
     // What stands behind these is not built yet.
-    case Action::NewFolder:
-    case Action::NewFile:
     case Action::Pack:
     case Action::Unpack:
-    case Action::Delete:
     case Action::Properties:
     case Action::PackToOther:
     case Action::ViewArchive:
     case Action::ViewHex:
     case Action::OpenTerminal:
-    case Action::SelectPattern:
     case Action::SearchPane:
-    case Action::GoToPath:
     case Action::BookmarkManage:
     case Action::UnpackLeft:
     case Action::UnpackRight:
@@ -427,6 +434,81 @@ void App::commit_rename() {
     pane.remember_cursor_name(new_name);
     pane.reload(show_hidden());
     pane.ensure_cursor_visible(rows_in_view(m_active_right));
+}
+
+// --- Dialogues ---------------------------------------------------------------------------------
+
+void App::open_text_input(Overlay overlay, const char* title_key, const std::string& text) {
+    open_overlay(overlay, tr(title_key));
+    m_input_buffer = text;
+    m_input_caret = text.size();
+}
+
+// What the dialogue was about is forgotten as well, so that no later command acts on it.
+void App::cancel_overlay() {
+    close_overlay();
+    m_input_buffer.clear();
+    m_input_caret = 0;
+    m_pending_bookmark.clear();
+    m_pending_unpack.clear();
+}
+
+void App::accept_overlay() {
+    const Overlay accepted = m_overlay;
+    const std::string text = m_input_buffer;
+    cancel_overlay();
+    if (accepted == Overlay::NewFolder || accepted == Overlay::NewFile)
+        create_entry(accepted, text);
+    else if (accepted == Overlay::SelectPattern)
+        select_by_pattern(text);
+    else if (accepted == Overlay::GoToPath)
+        go_to_path(text);
+}
+
+void App::create_entry(Overlay kind, const std::string& name) {
+    Pane& pane = active_pane();
+    const std::string error = kind == Overlay::NewFolder
+                                  ? file_ops::create_directory(pane.path(), name)
+                                  : file_ops::create_empty_file(pane.path(), name);
+    if (!error.empty())
+        return show_error(error);
+    pane.remember_cursor_name(name);
+    pane.reload(show_hidden());
+    pane.ensure_cursor_visible(rows_in_view(m_active_right));
+}
+
+void App::select_by_pattern(const std::string& pattern) {
+    if (active_pane().select_pattern(pattern, false) == 0)
+        show_message(tr("dlg.nothing_title"), tr("err.no_match"));
+}
+
+// A relative path would be looked up where the program was started, of which the user sees nothing.
+void App::go_to_path(const std::string& path) {
+    if (path.empty() || path[0] != '/' || !fsops::stat_path(path).is_dir)
+        return show_error(tr("err.no_such_folder"));
+    active_pane().navigate_to(path, show_hidden());
+}
+
+void App::ask_delete() {
+    if (active_pane().selected_paths().empty())
+        return show_nothing();
+    if (const std::string* shown = pane_path_inside_selection()) {
+        Log::warnf("delete refused: %s ist in einer Seite geoeffnet", shown->c_str());
+        return show_error(tr("err.folder_in_use"));
+    }
+    const Settings& settings = SettingsStore::instance().get();
+    if (settings.confirm_delete)
+        return open_overlay(Overlay::ConfirmDelete, tr("dlg.delete_title"));
+    perform(settings.delete_to_trash ? Action::DeleteToTrash : Action::DeletePermanent, 0);
+}
+
+const std::string* App::pane_path_inside_selection() const {
+    const std::vector<std::string> selected = active_pane().selected_paths();
+    for (const Pane* pane : {&m_left, &m_right})
+        for (const std::string& path : selected)
+            if (pane->path() == path || pane->path().compare(0, path.size() + 1, path + "/") == 0)
+                return &pane->path();
+    return nullptr;
 }
 
 // --- Single commands --------------------------------------------------------------------------

@@ -1,5 +1,5 @@
-// The dialogues, painted as one plain centred panel: a title, the text, and the choices with the
-// keys that take them. Message, conflict and errors are what can be open so far.
+// What stands inside the panels of the dialogues: message, text input, delete confirmation, and for
+// conflict and errors a plain list of choices with the keys that take them.
 //
 // Coordinates are logical units from the window's upper left corner; (x, y) is the panel's.
 
@@ -7,13 +7,10 @@
 
 #include "format.h"
 #include "i18n.h"
-#include "logger.h"
 #include "settings.h"
 #include "strutil.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cmath>
 
 namespace {
 
@@ -21,42 +18,16 @@ constexpr double kChoiceH = 28;
 constexpr double kChoiceGap = 6;
 constexpr double kTextTop = 58;  // below the title and its rule
 
-// The first letter of each label that no earlier choice has taken, in upper case; 0 for none.
-std::vector<char> accelerators(const std::vector<App::ButtonSpec>& choices) {
-    std::vector<char> letters;
-    for (const App::ButtonSpec& choice : choices) {
-        char found = 0;
-        for (const char* c = tr(choice.label); *c && !found; ++c) {
-            const auto byte = static_cast<unsigned char>(*c);
-            if (byte >= 0x80 || !std::isalpha(byte))
-                continue;
-            const char letter = static_cast<char>(std::toupper(byte));
-            if (std::find(letters.begin(), letters.end(), letter) == letters.end())
-                found = letter;
-        }
-        letters.push_back(found);
-    }
-    return letters;
-}
-
 // The key that is shown beside a choice: the plain one where it has one, else its letter.
-std::string key_text(App::Overlay overlay, Action action, char letter) {
-    const bool conflict = overlay == App::Overlay::Conflict;
-    if (conflict && action == Action::ConflictSkip)
+std::string key_text(Action action, char letter) {
+    if (action == Action::ConflictSkip)
         return "Esc";
-    if (!conflict && (action == Action::OverlayCancel || action == Action::DismissErrors))
-        return "Return";
     return letter ? std::string("Alt+") + letter : std::string();
 }
 
 std::string date_text(int64_t seconds) {
     const std::string text = seconds > 0 ? fmt::date_time(seconds) : std::string();
     return text.empty() ? "—" : text;
-}
-
-double choices_height(size_t count, int columns) {
-    const int rows = (static_cast<int>(count) + columns - 1) / columns;
-    return rows * kChoiceH + (rows - 1) * kChoiceGap;
 }
 
 // The order in which the choices pick their letters: the three that a user needs most have the
@@ -78,6 +49,14 @@ constexpr int kConflictColumns = 2;
 constexpr double kConflictText = 68;  // name, incoming, existing
 constexpr double kFailureRow = 18;
 
+const char* input_hint(App::Overlay overlay) {
+    if (overlay == App::Overlay::NewFolder)
+        return "dlg.new_folder_hint";
+    if (overlay == App::Overlay::NewFile)
+        return "dlg.new_file_hint";
+    return overlay == App::Overlay::GoToPath ? "dlg.go_to_path_hint" : "dlg.select_pattern_hint";
+}
+
 std::vector<std::string> failure_lines(const copy_engine::Progress& copy,
                                        const BgTask::Status& task) {
     std::vector<std::string> lines;
@@ -89,81 +68,111 @@ std::vector<std::string> failure_lines(const copy_engine::Progress& copy,
 
 }  // namespace
 
-void App::open_overlay(Overlay overlay, const std::string& title) {
-    m_overlay = overlay;
-    m_overlay_title = title;
-    m_overlay_accels.clear();  // those of the dialogue before must not act on this one
-    request_redraw();
-}
+// --- Message ----------------------------------------------------------------------------------
 
-void App::close_overlay() {
-    m_overlay = Overlay::None;
-    m_overlay_accels.clear();
-    request_redraw();
-}
-
-void App::draw_overlay() {
-    const double window_w = m_layout.width;
-    const double window_h = m_layout.height;
-    fill_rect(0, 0, window_w, window_h, "#000000", 0.38);
-
-    double w = 460;
-    double h = 240;
-    if (m_overlay == Overlay::Message) {
-        const size_t choices = m_message_action == Action::None ? 1 : 2;
-        w = std::min(w, window_w - 40);
-        h = kTextTop + wrapped_text(m_overlay_text, 0, 0, w - 40, 12.5, nullptr) + 18 +
-            choices_height(choices, 1) + 20;
-    } else if (m_overlay == Overlay::Conflict) {
-        w = 620;
-        h = kTextTop + kConflictText +
-            choices_height(std::size(kConflictChoices), kConflictColumns) + 20;
-    } else if (m_overlay == Overlay::Errors) {
-        const auto lines = static_cast<double>(failure_lines(m_frame_copy, m_frame_bg).size());
-        w = 640;
-        h = std::min(524.0, kTextTop + 20 + lines * kFailureRow + 26 + kChoiceH + 36);
-    }
-    w = std::min(w, window_w - 40);
-    h = std::min(h, window_h - 40);
-    const double x = std::floor((window_w - w) / 2);
-    const double y = std::floor((window_h - h) / 2);
-    fill_rounded(x + 3, y + 6, w, h, 8, "#000000", 0.22);
-    fill_rounded(x, y, w, h, 8, m_palette.bar, 1);
-    stroke_rounded(x, y, w, h, 8, m_palette.menu_border, 1, 1);
-    // A conflict has no title of its own: its headline stands there.
-    const std::string title =
-        m_overlay == Overlay::Conflict ? tr("conflict.headline") : m_overlay_title;
-    draw_text_clipped(title, x + 20, y + 26, w - 40, 15, m_palette.text, false, false);
-    fill_rect(x + 20, y + 44, w - 40, 1, m_palette.divider, 1);
-
-    m_drawing_overlay = true;
-    if (m_overlay == Overlay::Message)
-        draw_overlay_message(x, y, w, h);
-    else if (m_overlay == Overlay::Conflict)
-        draw_overlay_conflict(x, y, w);
-    else if (m_overlay == Overlay::Errors)
-        draw_overlay_errors(x, y, w, h);
-    m_drawing_overlay = false;
-}
-
-// The choices stand at the panel's bottom; a text longer than the window is cut above them.
+// A text longer than the panel is cut above the buttons.
 void App::draw_overlay_message(double x, double y, double w, double h) {
-    std::vector<ButtonSpec> choices;
-    if (m_message_action != Action::None)
-        choices.push_back({m_message_action_label, m_message_action});
-    choices.push_back({"btn.ok", Action::OverlayCancel, true});
-    const double choices_y = y + h - 20 - choices_height(choices.size(), 1);
     const std::string& color = m_overlay_is_error ? m_palette.danger : m_palette.text;
+    const double buttons_y = y + h - 46;
     cairo_save(m_cr);
-    cairo_rectangle(m_cr, x, y, w, choices_y - 9 - y);
+    cairo_rectangle(m_cr, x, y, w, buttons_y - 8 - y);
     cairo_clip(m_cr);
-    wrapped_text(m_overlay_text, x + 20, y + kTextTop, w - 40, 12.5, &color);
+    wrapped_text(m_overlay_text, x + 20, y + 68, w - 40, 12.5, &color);
     cairo_restore(m_cr);
-    draw_choices(x, choices_y, w, choices, 1);
+    std::vector<ButtonSpec> buttons;
+    if (m_message_action != Action::None)
+        buttons.push_back({m_message_action_label, m_message_action});
+    buttons.push_back({"btn.ok", Action::OverlayCancel, true});
+    draw_buttons(x, buttons_y, w, buttons);
 }
+
+// --- Text input -------------------------------------------------------------------------------
+
+void App::draw_overlay_text_input(double x, double y, double w, double h) {
+    draw_text_clipped(tr(input_hint(m_overlay)), x + 20, y + 70, w - 40, 11, m_palette.secondary,
+                      false, false);
+    draw_input_field(x + 20, y + 92, w - 40);
+    draw_buttons(x, y + h - 46, w,
+                 {{"btn.cancel", Action::OverlayCancel}, {"btn.ok", Action::OverlayOk, true}});
+}
+
+// The text moves left as far as the caret needs to stay in sight.
+void App::draw_input_field(double x, double y, double w) {
+    constexpr double kHeight = 30;
+    fill_rounded(x, y, w, kHeight, 4, m_palette.control, 1);
+    stroke_rounded(x, y, w, kHeight, 4, m_palette.accent, 1, 1.5);
+    const std::string before = m_input_buffer.substr(0, m_input_caret);
+    const double caret = text_width(before, 12.5, false, false);
+    const double tx = x + 10 - std::max(0.0, caret - (w - 20));
+    cairo_save(m_cr);
+    cairo_rectangle(m_cr, x + 6, y, w - 12, kHeight);
+    cairo_clip(m_cr);
+    draw_text(m_input_buffer, tx, y + 15, 12.5, m_palette.control_text, false, false, 1);
+    set_color(m_palette.accent, 1);
+    cairo_set_line_width(m_cr, 1.4);
+    cairo_move_to(m_cr, tx + caret, y + 6);
+    cairo_line_to(m_cr, tx + caret, y + 24);
+    cairo_stroke(m_cr);
+    cairo_restore(m_cr);
+}
+
+// --- Delete confirmation ----------------------------------------------------------------------
+
+void App::draw_overlay_confirm_delete(double x, double y, double w, double h) {
+    constexpr size_t kNames = 3;
+    constexpr double kRow = 17;
+    const std::vector<const FsEntry*> entries = active_pane().action_entries();
+    const int count = static_cast<int>(entries.size());
+    const std::string question =
+        count == 1 ? tr("dlg.delete_one") : I18n::instance().trf("dlg.delete_count", count);
+    draw_text_clipped(question, x + 20, y + 72, w - 40, 12.5, m_palette.text, false, false);
+
+    // The tint goes with the side, left or right, and not with what the side is doing.
+    const std::string side = tr(m_active_right ? "status.right_active" : "status.left_active");
+    const std::string& tint = m_active_right ? m_palette.target_tint : m_palette.source_tint;
+    const double pill_w = text_width(side, 11, false, false) + 14;
+    fill_rounded(x + 20, y + 84, pill_w, 17, 4, tint, 0.16);
+    draw_text(side, x + 27, y + 92, 11, tint, false, false, 1);
+    const double path_x = x + 20 + pill_w + 24;
+    const double room = x + w - 20 - path_x;
+    draw_text_clipped(path_ending(active_pane().path(), room, 11), path_x, y + 92, room, 11,
+                      m_palette.secondary, false, false);
+
+    double row_y = y + 92;
+    for (size_t i = 0; i < entries.size() && i < kNames; ++i)
+        draw_text_clipped(entries[i]->name, x + 20, row_y += kRow, w - 60, 11, m_palette.text,
+                          false, false);
+    if (entries.size() > kNames)
+        draw_text(I18n::instance().trf("dlg.and_more", count - static_cast<int>(kNames)), x + 20,
+                  row_y + kRow, 11, m_palette.dim, false, false, 1);
+
+    const bool to_trash = SettingsStore::instance().get().delete_to_trash;
+    draw_buttons(x, y + h - 46, w,
+                 {{"btn.cancel", Action::OverlayCancel},
+                  {"dlg.delete_permanent", Action::DeletePermanent, false, true},
+                  {"dlg.delete_to_trash", Action::DeleteToTrash, to_trash}});
+}
+
+// The end of a path tells more than its beginning, so leading folders go until the rest fits.
+std::string App::path_ending(const std::string& path, double room, double size) {
+    std::string shown = path;
+    size_t slash = 0;
+    while (text_width(shown, size, false, false) > room) {
+        slash = path.find('/', slash + 1);
+        if (slash == std::string::npos)
+            break;
+        shown = "…" + path.substr(slash);
+    }
+    return shown;
+}
+
+// --- Conflict and errors ----------------------------------------------------------------------
 
 void App::draw_overlay_conflict(double x, double y, double w) {
     const copy_engine::ConflictRequest& ask = m_frame_copy.conflict;
+    // A conflict has no title of its own: its headline stands there.
+    draw_text_clipped(tr("conflict.headline"), x + 20, y + 26, w - 40, 15, m_palette.text, false,
+                      false);
     draw_text_clipped(su::basename_of(ask.target_path), x + 20, y + kTextTop + 6, w - 40, 12.5,
                       m_palette.warn, true, false);
     const auto side = [&](const char* label, int64_t size, int64_t mtime, bool newer, double ty) {
@@ -189,7 +198,7 @@ void App::draw_overlay_errors(double x, double y, double w, double h) {
     draw_text(I18n::instance().trf("dlg.errors_count",
                                    fmt::saturated(static_cast<int64_t>(lines.size()))),
               x + 20, y + kTextTop + 6, 12.5, m_palette.danger, false, false, 1);
-    const double bottom = y + h - kChoiceH - 30;
+    const double bottom = y + h - 52;
     double row_y = y + kTextTop + 34;
     for (size_t i = 0; i < lines.size(); ++i, row_y += kFailureRow) {
         const bool last_that_fits = row_y + kFailureRow > bottom;
@@ -200,19 +209,17 @@ void App::draw_overlay_errors(double x, double y, double w, double h) {
         }
         draw_text_clipped(lines[i], x + 20, row_y, w - 40, 11, m_palette.text, false, false);
     }
-    draw_choices(x, y + h - kChoiceH - 18, w, {{"btn.close", Action::DismissErrors, true}}, 1);
+    draw_buttons(x, y + h - 46, w, {{"btn.close", Action::DismissErrors, true}});
 }
 
 void App::draw_choices(double x, double y, double w, const std::vector<ButtonSpec>& choices,
                        int columns, const int* places) {
     m_overlay_accels.clear();
-    const std::vector<char> letters = accelerators(choices);
+    const std::vector<Accelerator> accels = assign_accelerators(choices);
     const double column_w = (w - 40 - (columns - 1) * kChoiceGap) / columns;
     const HitRect* hover = hovered();
     for (size_t i = 0; i < choices.size(); ++i) {
         const ButtonSpec& choice = choices[i];
-        if (letters[i])
-            m_overlay_accels[letters[i]] = choice.action;
         const int place = places ? places[i] : static_cast<int>(i);
         const int column = place % columns;
         const int row = place / columns;
@@ -233,7 +240,7 @@ void App::draw_choices(double x, double y, double w, const std::vector<ButtonSpe
         std::string shown = label;
         if (choice.action == Action::ConflictToggleAll)
             shown = (m_conflict_apply_all ? "☑ " : "☐ ") + label;
-        const std::string key = key_text(m_overlay, choice.action, letters[i]);
+        const std::string key = key_text(choice.action, accels[i].key);
         const double key_w = text_width(key, 11, false, false);
         draw_text_clipped(shown, bx + 12, by + kChoiceH / 2, bw - key_w - 36, 12.5,
                           choice.danger ? m_palette.danger : m_palette.control_text, false, false);

@@ -5,6 +5,7 @@
 
 #include "logger.h"
 #include "settings.h"
+#include "strutil.h"
 
 #include <algorithm>
 #include <cctype>
@@ -32,12 +33,17 @@ constexpr KeyRow kActionKeys[] = {
     {GDK_KEY_F2, 0, Action::Rename},
     {GDK_KEY_F5, 0, Action::CopyToOther},
     {GDK_KEY_F6, 0, Action::MoveToOther},
+    {GDK_KEY_F7, 0, Action::NewFolder},
+    {GDK_KEY_Delete, 0, Action::Delete},
+    {GDK_KEY_plus, 0, Action::SelectPattern},
+    {GDK_KEY_KP_Add, 0, Action::SelectPattern},
     {GDK_KEY_asterisk, 0, Action::InvertSelection},
     {GDK_KEY_KP_Multiply, 0, Action::InvertSelection},
     {GDK_KEY_a, GDK_CONTROL_MASK, Action::SelectAll},
     {GDK_KEY_c, GDK_CONTROL_MASK, Action::CopyPath},
     {GDK_KEY_d, GDK_CONTROL_MASK, Action::BookmarkAdd},
     {GDK_KEY_h, GDK_CONTROL_MASK, Action::ToggleHidden},
+    {GDK_KEY_l, GDK_CONTROL_MASK, Action::GoToPath},
     {GDK_KEY_q, GDK_CONTROL_MASK, Action::Quit},
     {GDK_KEY_r, GDK_CONTROL_MASK, Action::Refresh},
     {GDK_KEY_u, GDK_CONTROL_MASK, Action::SwapPanes},
@@ -66,6 +72,27 @@ std::string typed_text(guint key) {
     char utf8[6];
     const int length = g_unichar_to_utf8(unicode, utf8);
     return std::string(utf8, static_cast<size_t>(length));
+}
+
+// The first line of the clipboard; a field holds no more.
+std::string clipboard_line() {
+    char* const text = gtk_clipboard_wait_for_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD));
+    std::string line = text ? text : "";
+    g_free(text);
+    return line.substr(0, line.find_first_of("\r\n"));
+}
+
+bool takes_text(App::Overlay overlay) {
+    switch (overlay) {
+    case App::Overlay::NewFolder:
+    case App::Overlay::NewFile:
+    case App::Overlay::Pack:
+    case App::Overlay::SelectPattern:
+    case App::Overlay::GoToPath:
+        return true;
+    default:
+        return false;
+    }
 }
 
 }  // namespace
@@ -122,7 +149,11 @@ bool App::handle_overlay_key(GdkEventKey* event) {
     }
     if (is_return(event->keyval)) {
         // Return never answers a conflict, so that it cannot overwrite by accident.
-        if (!conflict)
+        if (m_overlay == Overlay::ConfirmDelete)
+            perform(SettingsStore::instance().get().delete_to_trash ? Action::DeleteToTrash
+                                                                    : Action::DeletePermanent,
+                    0);
+        else if (!conflict)
             perform(Action::OverlayOk, 0);
         return true;
     }
@@ -133,9 +164,36 @@ bool App::handle_overlay_key(GdkEventKey* event) {
             const Action action = found->second;  // performing it rebuilds the map
             Log::infof("dialog accel: Alt+%c → %s", letter, action_name(action));
             perform(action, 0);
+            return true;
         }
     }
+    if (takes_text(m_overlay))
+        handle_input_key(event);
     return true;
+}
+
+// No Home, End or Delete here. What the Delete key types, 127, is a character like any other.
+void App::handle_input_key(GdkEventKey* event) {
+    const guint key = event->keyval;
+    const bool ctrl = event->state & GDK_CONTROL_MASK;
+    if (key == GDK_KEY_Left) {
+        m_input_caret = su::previous_character(m_input_buffer, m_input_caret);
+    } else if (key == GDK_KEY_Right) {
+        m_input_caret = su::next_character(m_input_buffer, m_input_caret);
+    } else if (key == GDK_KEY_BackSpace) {
+        const size_t start = su::previous_character(m_input_buffer, m_input_caret);
+        m_input_buffer.erase(start, m_input_caret - start);
+        m_input_caret = start;
+    } else if (ctrl && key == GDK_KEY_v) {
+        input_insert(clipboard_line());
+    } else if (!ctrl && !(event->state & GDK_MOD1_MASK)) {
+        input_insert(typed_text(key));
+    }
+}
+
+void App::input_insert(const std::string& text) {
+    m_input_buffer.insert(m_input_caret, text);
+    m_input_caret += text.size();
 }
 
 bool App::handle_rename_key(GdkEventKey* event) {

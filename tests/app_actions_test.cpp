@@ -168,8 +168,8 @@ TEST_F(AppActions, a_command_that_does_not_stand_yet_says_so) {
     write_file(left() + "/a", "x");
     start();
     pane().select_all();
-    for (const Action action : {Action::NewFolder, Action::Pack, Action::Delete, Action::Properties,
-                                Action::SearchPane, Action::GoToPath, Action::BookmarkManage,
+    for (const Action action : {Action::Pack, Action::DeleteToTrash, Action::DeletePermanent,
+                                Action::Properties, Action::SearchPane, Action::BookmarkManage,
                                 Action::About, Action::SettingsWindow, Action::LogWindow}) {
         app().perform(action, 0);
         EXPECT_EQ(app().m_overlay, App::Overlay::Message) << action_name(action);
@@ -941,6 +941,34 @@ TEST(FileOps, a_rename_never_replaces) {
     EXPECT_EQ(read_file(dir / "b"), "2");
     EXPECT_EQ(file_ops::rename_entry(dir / "a", "c"), "");
     EXPECT_EQ(read_file(dir / "c"), "1");
+}
+
+TEST(FileOps, folders_and_files_are_made_under_names_that_are_free) {
+    const test_env::TempDir dir;
+    const mode_t mask = umask(0);
+    EXPECT_EQ(file_ops::create_directory(dir.path(), "folder"), "");
+    EXPECT_EQ(file_ops::create_empty_file(dir.path(), "file"), "");
+    umask(mask);
+    EXPECT_EQ(test_env::lstat_of(dir / "folder").st_mode, S_IFDIR | 0755U);
+    EXPECT_EQ(test_env::lstat_of(dir / "file").st_mode, S_IFREG | 0644U);
+    EXPECT_EQ(test_env::lstat_of(dir / "file").st_size, 0);
+    write_file(dir / "file", "kept");
+    for (const char* name : {"folder", "file"}) {
+        EXPECT_EQ(file_ops::create_directory(dir.path(), name),
+                  "Something with that name is already there.");
+        EXPECT_EQ(file_ops::create_empty_file(dir.path(), name),
+                  "Something with that name is already there.");
+    }
+    EXPECT_EQ(read_file(dir / "file"), "kept");
+    EXPECT_EQ(file_ops::create_directory(dir.path(), ".."), "That name is reserved.");
+    EXPECT_EQ(file_ops::create_empty_file(dir.path(), "a/b"), "A name cannot contain a slash.");
+}
+
+TEST(FileOps, what_cannot_be_made_names_the_path_and_the_reason) {
+    const test_env::TempDir dir;
+    const std::string gone = dir / "gone";
+    EXPECT_EQ(file_ops::create_directory(gone, "a"), gone + "/a: No such file or directory");
+    EXPECT_EQ(file_ops::create_empty_file(gone, "a"), gone + "/a: No such file or directory");
 }
 
 // Our own limit is raised; a program that counts on the session's would be misled by it.

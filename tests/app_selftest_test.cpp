@@ -255,8 +255,8 @@ TEST_F(AppSelfTest, each_opening_and_closing_is_logged_once) {
     frame();
     EXPECT_EQ(log_lines(), (std::vector<std::string>{
                                "dialog opened: Message — 2 Auswahlen [Title]",
-                               "  option Refresh                      Details",
                                "  option OverlayCancel                OK",
+                               "  option Refresh                      Details",
                                "dialog closed: Message",
                            }));
 }

@@ -1,0 +1,277 @@
+// The frame that every dialogue stands in: its size, the shadow, the panel with title and rule, the
+// grip of those that can be resized; and the row of buttons with the letters that take them.
+//
+// Coordinates are logical units from the window's upper left corner; (x, y) is the panel's.
+
+#include "app.h"
+
+#include "i18n.h"
+#include "settings.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr double kMessageText = 420;  // the width at which a message's text is wrapped
+
+// As wide as the longest line of the byte view.
+constexpr char kHexSample[] =
+    "00000000   00 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00   0123456789ABCDEF";
+
+bool is_ascii_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool resizable(App::Overlay overlay) {
+    return overlay == App::Overlay::ArchiveView || overlay == App::Overlay::HexView;
+}
+
+double confirm_delete_height(int entries) {
+    const double lines = entries <= 2 ? 17.0 * entries + 104 : entries == 3 ? 155 : 175;
+    return lines + 68;
+}
+
+double errors_height(size_t failures) {
+    if (failures == 0)
+        return 188;
+    const double list = 18 * static_cast<double>(failures) + 26;
+    return list > 380 ? 524 : list + 144;
+}
+
+}  // namespace
+
+// --- Opening and closing ----------------------------------------------------------------------
+
+void App::open_overlay(Overlay overlay, const std::string& title) {
+    forget_overlay_input();
+    m_overlay = overlay;
+    m_overlay_title = title;
+    m_list_scroll = 0;
+    request_redraw();
+}
+
+void App::close_overlay() {
+    forget_overlay_input();
+    m_overlay = Overlay::None;
+    request_redraw();
+}
+
+// Until the next frame there is nothing on the screen but the dialogue before. Its letters and its
+// rectangles must not act on the one that is open now.
+void App::forget_overlay_input() {
+    m_overlay_accels.clear();
+    for (HitRect& hit : m_hits)
+        if (hit.in_overlay)
+            hit.what = Hit::None;
+}
+
+// --- The frame --------------------------------------------------------------------------------
+
+App::Size App::overlay_size(double window_w, double window_h) {
+    const Settings& settings = SettingsStore::instance().get();
+    switch (m_overlay) {
+    case Overlay::Settings:
+        return {500, 478};
+    case Overlay::Conflict:
+        return {620, 318};
+    case Overlay::NewFolder:
+    case Overlay::NewFile:
+    case Overlay::SelectPattern:
+    case Overlay::GoToPath:
+        return {480, 178};
+    case Overlay::ConfirmDelete:
+        return {560, confirm_delete_height(active_pane().selected_count())};
+    case Overlay::Errors:
+        // Work may have failed at more since the frame's snapshots.
+        return {640, std::min(errors_height(copy_engine::instance().snapshot().failures.size() +
+                                            BgTask::instance().snapshot().failures.size()),
+                              window_h - 120)};
+    case Overlay::Message: {
+        const double text_h = wrapped_text(m_overlay_text, 0, 0, kMessageText, 12.5, nullptr);
+        return {460, std::min({text_h + 126, window_h - 90, 560.0})};
+    }
+    case Overlay::LanguagePicker:
+        return {460, std::min(window_h - 90, 560.0)};
+    case Overlay::FontPicker:
+        return {480, std::min(window_h - 90, 560.0)};
+    case Overlay::LogView:
+        return {900, std::min(window_h - 70, 600.0)};
+    case Overlay::Bookmarks:
+        return {520, std::min(window_h - 120, 460.0)};
+    case Overlay::BookmarkSide:
+    case Overlay::UnpackSide:
+        return {520, 246};
+    case Overlay::ArchiveView:
+        m_overlay_min_w = 820;
+        m_overlay_min_h = std::min(window_h - 70, 620.0);
+        return {std::max<double>(m_overlay_min_w, settings.archive_view_w),
+                std::max<double>(m_overlay_min_h, settings.archive_view_h)};
+    case Overlay::HexView:
+        m_overlay_min_w = text_width(kHexSample, 11, false, true) + 74;
+        m_overlay_min_h = std::min(window_h - 70, 640.0);
+        return {std::max<double>(m_overlay_min_w, settings.hex_view_w),
+                std::max<double>(m_overlay_min_h, settings.hex_view_h)};
+    case Overlay::Sandbox:
+        return {std::min(window_w - 60, 860.0), 460};
+    case Overlay::Licenses:
+        return {640, std::min(window_h - 90, 560.0)};
+    // The height of these three goes by what they show, and what they show is not built yet.
+    case Overlay::About:
+    case Overlay::Pack:
+    case Overlay::Properties:
+    case Overlay::None:
+        break;
+    }
+    return {460, 240};
+}
+
+void App::draw_overlay() {
+    m_overlay_accels.clear();
+    const double window_w = m_layout.width;
+    const double window_h = m_layout.height;
+    fill_rect(0, 0, window_w, window_h, "#000000", 0.38);
+
+    m_overlay_min_w = m_overlay_min_h = 0;
+    const Size wanted = overlay_size(window_w, window_h);
+    const double w = std::min(wanted.w, window_w - 40);
+    const double h = std::min(wanted.h, window_h - 40);
+    const double x = std::floor((window_w - w) / 2);
+    const double y = std::floor((window_h - h) / 2);
+    fill_rounded(x + 3, y + 6, w, h, 8, "#000000", 0.22);
+    fill_rounded(x, y, w, h, 8, m_palette.bar, 1);
+    stroke_rounded(x, y, w, h, 8, m_palette.menu_border, 1, 1);
+    if (m_overlay != Overlay::About) {  // which paints its own
+        draw_text_clipped(m_overlay_title, x + 20, y + 26, w - 40, 15, m_palette.text, false,
+                          false);
+        fill_rect(x + 20, y + 44, w - 40, 1, m_palette.divider, 1);
+    }
+
+    m_overlay_scrolls = false;
+    m_drawing_overlay = true;
+    draw_overlay_inside(x, y, w, h);
+    if (resizable(m_overlay))
+        draw_resize_grip(x + w, y + h);
+    m_drawing_overlay = false;
+    m_overlay_panel = {x, y, w, h};
+}
+
+void App::draw_overlay_inside(double x, double y, double w, double h) {
+    switch (m_overlay) {
+    case Overlay::NewFolder:
+    case Overlay::NewFile:
+    case Overlay::SelectPattern:
+    case Overlay::GoToPath:
+        return draw_overlay_text_input(x, y, w, h);
+    case Overlay::ConfirmDelete:
+        return draw_overlay_confirm_delete(x, y, w, h);
+    case Overlay::Conflict:
+        return draw_overlay_conflict(x, y, w);
+    case Overlay::Errors:
+        return draw_overlay_errors(x, y, w, h);
+    case Overlay::Message:
+        return draw_overlay_message(x, y, w, h);
+    // Nothing opens these yet.
+    case Overlay::None:
+    case Overlay::About:
+    case Overlay::Settings:
+    case Overlay::Pack:
+    case Overlay::Properties:
+    case Overlay::LanguagePicker:
+    case Overlay::LogView:
+    case Overlay::Bookmarks:
+    case Overlay::FontPicker:
+    case Overlay::BookmarkSide:
+    case Overlay::UnpackSide:
+    case Overlay::ArchiveView:
+    case Overlay::HexView:
+    case Overlay::Sandbox:
+    case Overlay::Licenses:
+        return;
+    }
+}
+
+// Four diagonal strokes towards the panel's lower right corner, which is given.
+void App::draw_resize_grip(double right_x, double bottom_y) {
+    set_color(m_palette.secondary, m_overlay_resize != 0 ? 0.9 : 0.5);
+    cairo_set_line_width(m_cr, 1.4);
+    for (int i = 1; i <= 4; ++i) {
+        cairo_move_to(m_cr, right_x - 6 - 5 * i, bottom_y - 6);
+        cairo_line_to(m_cr, right_x - 6, bottom_y - 6 - 5 * i);
+    }
+    cairo_stroke(m_cr);
+    add_hit(right_x - 26, bottom_y - 26, 26, 26, Hit::OverlayResize);
+}
+
+// --- Buttons ----------------------------------------------------------------------------------
+
+// The first button to ask for a letter has it. A label of another script has none to offer, and
+// gets a digit instead, so that every language has its keys.
+std::vector<App::Accelerator> App::assign_accelerators(const std::vector<ButtonSpec>& buttons) {
+    std::vector<Accelerator> result;
+    char digit = '1';
+    for (const ButtonSpec& button : buttons) {
+        const char* const label = tr(button.label);
+        Accelerator found;
+        bool has_letters = false;
+        for (size_t i = 0; label[i] && !found.key; ++i) {
+            if (!is_ascii_letter(label[i]))
+                continue;
+            has_letters = true;
+            const char letter = static_cast<char>(label[i] & ~0x20);
+            if (m_overlay_accels.emplace(letter, button.action).second)
+                found = {letter, i};
+        }
+        if (!has_letters && digit <= '9') {
+            found = {digit++, std::string::npos};
+            m_overlay_accels.emplace(found.key, button.action);
+        }
+        result.push_back(found);
+    }
+    return result;
+}
+
+void App::draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons) {
+    m_overlay_accels.clear();
+    const std::vector<Accelerator> accels = assign_accelerators(buttons);
+    double right = x + w - 20;
+    for (size_t i = buttons.size(); i-- > 0;) {
+        const double bw = std::max(90.0, text_width(tr(buttons[i].label), 12.5, false, false) + 32);
+        draw_button(right - bw, y, bw, buttons[i], accels[i]);
+        right -= bw + 8;
+    }
+}
+
+void App::draw_button(double x, double y, double w, const ButtonSpec& button,
+                      const Accelerator& accel) {
+    constexpr double kHeight = 30;
+    const std::string label = tr(button.label);
+    const int param = static_cast<int>(button.action);
+    const HitRect* hover = hovered();
+    const bool hot = hover && hover->what == Hit::Overlay && hover->param == param;
+    std::string color = m_palette.control_text;
+    if (button.primary) {
+        fill_rounded(x, y, w, kHeight, 4, m_palette.accent, hot ? 0.88 : 1);
+        color = "#FFFFFF";
+    } else if (button.danger) {
+        fill_rounded(x, y, w, kHeight, 4, m_palette.danger_bg, 1);
+        stroke_rounded(x, y, w, kHeight, 4, m_palette.danger, 1, 1);
+        color = m_palette.danger;
+    } else {
+        fill_rounded(x, y, w, kHeight, 4, m_palette.control, 1);
+        stroke_rounded(x, y, w, kHeight, 4, m_palette.control_edge, 1, 1);
+    }
+    const double centre = y + 15;
+    const double tx = x + (w - text_width(label, 12.5, false, false)) / 2;
+    draw_text(label, tx, centre, 12.5, color, false, false, 1);
+    if (accel.key && accel.at == std::string::npos) {
+        draw_text_right(std::string(1, accel.key), x + w - 5, y + 8, 9, color, false, false);
+    } else if (accel.key) {
+        const double before = text_width(label.substr(0, accel.at), 12.5, false, false);
+        const double letter = text_width(label.substr(accel.at, 1), 12.5, false, false);
+        fill_rect(tx + before, centre + 8, letter, 1, color, 1);
+    }
+    add_hit(x, y, w, kHeight, Hit::Overlay, param, false, label);
+}

@@ -1,0 +1,59 @@
+#include "app_texts.h"
+
+#include <cmath>
+#include <cstdio>
+#include <dlfcn.h>
+#include <pango/pangocairo.h>
+
+namespace {
+
+std::vector<test_env::PaintedText> g_painted;
+
+std::string source_color(cairo_t* cr) {
+    double r = 0, g = 0, b = 0, a = 0;
+    cairo_pattern_get_rgba(cairo_get_source(cr), &r, &g, &b, &a);
+    char text[8];
+    std::snprintf(text, sizeof text, "#%02X%02X%02X", static_cast<unsigned>(std::lround(r * 255)),
+                  static_cast<unsigned>(std::lround(g * 255)),
+                  static_cast<unsigned>(std::lround(b * 255)));
+    return text;
+}
+
+}  // namespace
+
+// Stands in front of the library's own, which does the work.
+extern "C" void pango_cairo_show_layout(cairo_t* cr, PangoLayout* layout) {
+    using Show = void (*)(cairo_t*, PangoLayout*);
+    static const auto show = reinterpret_cast<Show>(dlsym(RTLD_NEXT, "pango_cairo_show_layout"));
+    test_env::PaintedText painted;
+    painted.text = pango_layout_get_text(layout);
+    int width = 0, height = 0;
+    pango_layout_get_pixel_size(layout, &width, &height);
+    cairo_get_current_point(cr, &painted.x, &painted.y);
+    painted.y += height / 2.0;
+    painted.width = width;
+    const PangoFontDescription* font = pango_layout_get_font_description(layout);
+    painted.size = pango_font_description_get_size(font) / static_cast<double>(PANGO_SCALE);
+    painted.color = source_color(cr);
+    g_painted.push_back(painted);
+    show(cr, layout);
+}
+
+namespace test_env {
+
+const std::vector<PaintedText>& painted_texts() {
+    return g_painted;
+}
+
+void forget_painted() {
+    g_painted.clear();
+}
+
+const PaintedText* painted_text(const std::string& text) {
+    for (auto found = g_painted.rbegin(); found != g_painted.rend(); ++found)
+        if (found->text == text)
+            return &*found;
+    return nullptr;
+}
+
+}  // namespace test_env
