@@ -365,12 +365,9 @@ TEST_F(AppTest, the_theme_setting_chooses_the_palette) {
 
 class AppFrames : public AppTest {
   protected:
-    // On a shared server other tests' windows would take the focus and uncover this one.
     void SetUp() override {
-        static const test_env::XServer server(false);  // GDK stays connected to the end
-        if (server.display().empty())
+        if (!test_env::use_own_display())
             GTEST_SKIP() << "Xvfb cannot be started";
-        setenv("DISPLAY", server.display().c_str(), 1);
         AppTest::SetUp();
     }
     // Starts, and waits until nothing asks for frames any more. Without a window manager the server

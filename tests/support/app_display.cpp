@@ -134,4 +134,12 @@ bool ensure_display() {
     return true;
 }
 
+bool use_own_display() {
+    static const XServer server(false);
+    if (server.display().empty())
+        return false;
+    setenv("DISPLAY", server.display().c_str(), 1);
+    return true;
+}
+
 }  // namespace test_env

@@ -41,4 +41,9 @@ class XServer {
 // Makes sure that DISPLAY names a server that answers. False when there is none to be had.
 bool ensure_display();
 
+// Gives this process a server of its own to the end of its life, since GDK stays connected: on a
+// shared one other tests' windows take the focus, and a window that they uncover is painted anew.
+// To be called before the first window. False when Xvfb cannot be started.
+bool use_own_display();
+
 }  // namespace test_env
