@@ -22,6 +22,7 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <gdk/gdkwayland.h>
 #include <glib-unix.h>
 #include <unistd.h>
 
@@ -462,7 +463,9 @@ void App::store_geometry() const {
     int y = 0;
     int width = 0;
     int height = 0;
-    gtk_window_get_position(window, &x, &y);
+    // On Wayland no window knows its place; what GTK calls so is the width of its shadow.
+    if (!GDK_IS_WAYLAND_DISPLAY(gtk_widget_get_display(m_window)))
+        gtk_window_get_position(window, &x, &y);
     gtk_window_get_size(window, &width, &height);
     WindowManager::instance().save(x, y, width, height, gtk_window_is_maximized(window) != FALSE);
 }

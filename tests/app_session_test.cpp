@@ -206,6 +206,8 @@ TEST_F(AppSession, the_languages_go_round_in_both_directions) {
 }
 
 TEST_F(AppSession, another_language_asks_for_a_frame_and_shows_in_it) {
+    if (!test_env::use_own_display())
+        GTEST_SKIP() << "Xvfb cannot be started";
     write_file(left() + "/big", test_env::pattern(3'000'000));
     start();
     SettingsStore::instance().mutable_get().language = "en";

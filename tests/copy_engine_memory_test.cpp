@@ -3,6 +3,7 @@
 #include "copy_engine.h"
 #include "logger.h"
 #include "run_engine.h"
+#include "sanitized.h"
 #include "test_env.h"
 
 #include <algorithm>
@@ -16,17 +17,10 @@
 using copy_engine::ConflictAction;
 using copy_engine::ConflictRequest;
 using test_env::EngineRun;
+using test_env::kSanitized;
 using test_env::TempDir;
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
 
 // Resident bytes of this process that no file is behind.
 int64_t resident_bytes() {

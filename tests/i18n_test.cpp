@@ -1,6 +1,7 @@
 #include "i18n.h"
 
 #include "i18n_data.h"
+#include "sanitized.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -14,16 +15,7 @@
 #include <vector>
 
 // Counting what is allocated takes an operator new of our own, which the sanitizers have too.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define COUNTS_ALLOCATIONS 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define COUNTS_ALLOCATIONS 0
-#endif
-#endif
-#ifndef COUNTS_ALLOCATIONS
-#define COUNTS_ALLOCATIONS 1
-#endif
+#define COUNTS_ALLOCATIONS (!FERRODECK_SANITIZED)
 
 #if COUNTS_ALLOCATIONS
 namespace {

@@ -79,7 +79,11 @@ void Program::start(const std::vector<std::string>& arguments, const std::string
     setenv("HOME", home.c_str(), 1);
     setenv("XDG_CONFIG_HOME", config.c_str(), 1);
     setenv("XDG_DATA_HOME", (home + "/.local/share").c_str(), 1);
-    setenv("GDK_BACKEND", "x11", 1);
+    setenv("GDK_BACKEND", m_wayland.empty() ? "x11" : "wayland", 1);
+    if (!m_wayland.empty()) {
+        setenv("WAYLAND_DISPLAY", m_wayland.c_str(), 1);
+        unsetenv("DISPLAY");
+    }
     setenv("NO_AT_BRIDGE", "1", 1);
     setenv("GSETTINGS_BACKEND", "memory", 1);
     setenv("GIO_USE_VFS", "local", 1);

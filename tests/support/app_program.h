@@ -25,6 +25,8 @@ class Program {
     void write_settings(const std::string& text);
     // A file of the configuration folder, which is made if it is missing.
     std::string config_file(const std::string& name) const;
+    // Before start(): on this Wayland compositor, which its socket names, instead of DISPLAY.
+    void use_wayland(const std::string& socket) { m_wayland = socket; }
     void start(const std::vector<std::string>& arguments, const std::string& working_dir = {});
     // The exit status, 128 and the signal's number, or -1 when it has not ended by then.
     int wait(double seconds = 60);
@@ -43,6 +45,7 @@ class Program {
 
   private:
     TempDir m_home;
+    std::string m_wayland;  // a socket's path; empty: X11
     pid_t m_pid = -1;
 };
 
