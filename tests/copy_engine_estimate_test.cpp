@@ -112,10 +112,12 @@ TEST(copy_engine_estimate, many_files_of_which_none_has_come_give_none) {
     std::vector<std::string> sources;
     for (int i = 0; i < 6; ++i) {
         sources.push_back(fs / "f" + std::to_string(i));
-        write_file(sources.back(), pattern(2 << 20));
+        write_file(sources.back(), pattern(i == 0 ? 16 << 20 : 2 << 20));
     }
     const TempDir dir;
-    fs.set(faultfs::stall("read", 3, 1, "f0"));
+    // The kernel asks for 128 KiB to 1 MiB at a time: the first chunk is through by then, in the
+    // smallest pieces too, and the file is not, in the largest.
+    fs.set(faultfs::stall("read", 12, 1, "f0"));
     Engine engine;
     ASSERT_TRUE(engine.start(sources, dir.path(), Operation::Copy, 1, ConflictAction::Ask));
     ASSERT_TRUE(fs.wait_stalled(1));
