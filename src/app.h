@@ -273,8 +273,9 @@ class App {
     double draw_text_clipped(const std::string& text, double x, double y, double max_w, double size,
                              const std::string& color, bool bold, bool mono);
     // Several lines, wrapped; y is the top. The height they take. Measures alone without a colour.
+    // In the interface's font unless another family is named.
     double wrapped_text(const std::string& text, double x, double y, double max_w, double size,
-                        const std::string* color);
+                        const std::string* color, const char* family = nullptr);
     void add_hit(double x, double y, double w, double h, Hit what, int param = 0,
                  bool right = false, const std::string& label = {});
     // Cuts the rectangles from the given one on to an area, and drops what lies outside.
@@ -337,8 +338,25 @@ class App {
     void draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons);
     void draw_button(double x, double y, double w, const ButtonSpec& button,
                      const Accelerator& accel);
+    void draw_button_label(const char* key, const Rect& button, double centre,
+                           const std::string& color, const Accelerator& accel);
     // Adds to m_overlay_accels. One element for each button.
     std::vector<Accelerator> assign_accelerators(const std::vector<ButtonSpec>& buttons);
+
+    // --- About (app_about.cpp) ----------------------------------------------------------------
+
+    void draw_app_logo(double x, double y, double size);
+    double about_disclaimer_height(double width);  // only in a frame
+
+    // --- Which side (app_side_choice.cpp) -----------------------------------------------------
+
+    // The actions belong to the tiles of the left and the right side.
+    void draw_side_choice(double x, double y, double w, double h, const std::string& path,
+                          const char* question_key, Action left_action, Action right_action);
+    void draw_side_tile(const Rect& tile, bool right, const ButtonSpec& side,
+                        const Accelerator& accel);
+    void draw_overlay_bookmark_side(double x, double y, double w, double h);
+    void draw_overlay_unpack_side(double x, double y, double w, double h);
 
     // --- Dialogues (app_dialogs.cpp) ----------------------------------------------------------
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -73,6 +74,9 @@ void App::forget_overlay_input() {
 App::Size App::overlay_size(double window_w, double window_h) {
     const Settings& settings = SettingsStore::instance().get();
     switch (m_overlay) {
+    case Overlay::About:
+        return {480, 68 + 30 + 20 + about_disclaimer_height(424) +
+                         (std::getenv("SNAP_VERSION") ? 350 : 330)};
     case Overlay::Settings:
         return {500, 478};
     case Overlay::Conflict:
@@ -118,8 +122,7 @@ App::Size App::overlay_size(double window_w, double window_h) {
         return {std::min(window_w - 60, 860.0), 460};
     case Overlay::Licenses:
         return {640, std::min(window_h - 90, 560.0)};
-    // The height of these three goes by what they show, and what they show is not built yet.
-    case Overlay::About:
+    // The height of these goes by what they show, and what they show is not built yet.
     case Overlay::Pack:
     case Overlay::Properties:
     case Overlay::None:
@@ -144,9 +147,13 @@ void App::draw_overlay() {
     fill_rounded(x, y, w, h, 8, m_palette.bar, 1);
     stroke_rounded(x, y, w, h, 8, m_palette.menu_border, 1, 1);
     if (m_overlay != Overlay::About) {  // which paints its own
-        draw_text_clipped(m_overlay_title, x + 20, y + 26, w - 40, 15, m_palette.text, false,
-                          false);
-        fill_rect(x + 20, y + 44, w - 40, 1, m_palette.divider, 1);
+        const bool logo = m_overlay == Overlay::Sandbox;
+        const double title_x = logo ? 68 : 20;
+        if (logo)
+            draw_app_logo(x + 20, y + 10, 36);
+        draw_text_clipped(m_overlay_title, x + title_x, y + 26, w - title_x - 20, 15,
+                          m_palette.text, false, false);
+        fill_rect(x + 20, y + (logo ? 54 : 44), w - 40, 1, m_palette.divider, 1);
     }
 
     m_overlay_scrolls = false;
@@ -173,6 +180,10 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
         return draw_overlay_errors(x, y, w, h);
     case Overlay::Message:
         return draw_overlay_message(x, y, w, h);
+    case Overlay::BookmarkSide:
+        return draw_overlay_bookmark_side(x, y, w, h);
+    case Overlay::UnpackSide:
+        return draw_overlay_unpack_side(x, y, w, h);
     // Nothing opens these yet.
     case Overlay::None:
     case Overlay::About:
@@ -183,8 +194,6 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
     case Overlay::LogView:
     case Overlay::Bookmarks:
     case Overlay::FontPicker:
-    case Overlay::BookmarkSide:
-    case Overlay::UnpackSide:
     case Overlay::ArchiveView:
     case Overlay::HexView:
     case Overlay::Sandbox:
@@ -247,7 +256,6 @@ void App::draw_buttons(double x, double y, double w, const std::vector<ButtonSpe
 void App::draw_button(double x, double y, double w, const ButtonSpec& button,
                       const Accelerator& accel) {
     constexpr double kHeight = 30;
-    const std::string label = tr(button.label);
     const int param = static_cast<int>(button.action);
     const HitRect* hover = hovered();
     const bool hot = hover && hover->what == Hit::Overlay && hover->param == param;
@@ -263,15 +271,23 @@ void App::draw_button(double x, double y, double w, const ButtonSpec& button,
         fill_rounded(x, y, w, kHeight, 4, m_palette.control, 1);
         stroke_rounded(x, y, w, kHeight, 4, m_palette.control_edge, 1, 1);
     }
-    const double centre = y + 15;
-    const double tx = x + (w - text_width(label, 12.5, false, false)) / 2;
-    draw_text(label, tx, centre, 12.5, color, false, false, 1);
+    draw_button_label(button.label, {x, y, w, kHeight}, y + 15, color, accel);
+    add_hit(x, y, w, kHeight, Hit::Overlay, param, false, tr(button.label));
+}
+
+// The label in the middle of its button, with what takes it beside Alt.
+void App::draw_button_label(const char* key, const Rect& button, double centre,
+                            const std::string& color, const Accelerator& accel) {
+    constexpr double kSize = 12.5;
+    const std::string label = tr(key);
+    const double x = button.x + (button.w - text_width(label, kSize, false, false)) / 2;
+    draw_text(label, x, centre, kSize, color, false, false, 1);
     if (accel.key && accel.at == std::string::npos) {
-        draw_text_right(std::string(1, accel.key), x + w - 5, y + 8, 9, color, false, false);
+        draw_text_right(std::string(1, accel.key), button.x + button.w - 5, button.y + 8, 9, color,
+                        false, false);
     } else if (accel.key) {
-        const double before = text_width(label.substr(0, accel.at), 12.5, false, false);
-        const double letter = text_width(label.substr(accel.at, 1), 12.5, false, false);
-        fill_rect(tx + before, centre + 8, letter, 1, color, 1);
+        const double before = text_width(label.substr(0, accel.at), kSize, false, false);
+        const double letter = text_width(label.substr(accel.at, 1), kSize, false, false);
+        fill_rect(x + before, centre + 8, letter, 1, color, 1);
     }
-    add_hit(x, y, w, kHeight, Hit::Overlay, param, false, label);
 }

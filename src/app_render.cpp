@@ -313,10 +313,17 @@ double App::draw_text_clipped(const std::string& text, double x, double y, doubl
 }
 
 double App::wrapped_text(const std::string& text, double x, double y, double max_w, double size,
-                         const std::string* color) {
+                         const std::string* color, const char* family) {
     if (text.empty() || max_w <= 0)
         return 0;
     PangoLayout* layout = layout_for(m_cr, text, size, false, false);
+    if (family) {
+        PangoFontDescription* font =
+            pango_font_description_copy(pango_layout_get_font_description(layout));
+        pango_font_description_set_family(font, family);
+        pango_layout_set_font_description(layout, font);
+        pango_font_description_free(font);
+    }
     pango_layout_set_single_paragraph_mode(layout, FALSE);
     pango_layout_set_width(layout, static_cast<int>(max_w * PANGO_SCALE));
     pango_layout_set_wrap(layout, PANGO_WRAP_WORD_CHAR);

@@ -106,6 +106,19 @@ TEST_F(AppPaint, alpha_is_the_share_of_the_colour) {
     EXPECT_EQ(ink().left, -1);
 }
 
+TEST_F(AppPaint, a_text_at_half_alpha_is_half_as_bright) {
+    const auto brightest = [this](double alpha) {
+        wipe();
+        app().draw_text("█", 10, 50, 40, "#FFFFFF", false, false, alpha);
+        const Ink found = ink();
+        return static_cast<int>(at((found.left + found.right) / 2, (found.top + found.bottom) / 2) &
+                                0xffU);
+    };
+    EXPECT_EQ(brightest(1), 255);
+    EXPECT_NEAR(brightest(0.5), 128, 1);
+    EXPECT_NEAR(brightest(0.25), 64, 1);
+}
+
 TEST_F(AppPaint, a_rectangle_covers_exactly_its_pixels) {
     app().fill_rect(10, 20, 30, 5, "#FFFFFF", 1);
     const Ink found = ink();

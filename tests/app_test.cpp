@@ -97,6 +97,18 @@ TEST(AppArguments, a_link_is_not_resolved) {
     EXPECT_EQ(parsed({"--left=" + (here / "link")}).m_arg_left, here / "link");
 }
 
+TEST_F(AppTest, a_press_takes_the_focus_to_the_canvas) {
+    start();
+    gtk_window_set_focus(GTK_WINDOW(app().m_window), nullptr);
+    ASSERT_FALSE(gtk_widget_is_focus(app().m_canvas));
+    GdkEvent* event = gdk_event_new(GDK_BUTTON_PRESS);
+    event->button.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(app().m_canvas)));
+    event->button.button = 1;
+    gtk_widget_event(app().m_canvas, event);
+    gdk_event_free(event);
+    EXPECT_TRUE(gtk_widget_is_focus(app().m_canvas));
+}
+
 TEST_F(AppTest, the_start_logs_five_lines_and_the_window) {
     start();
     const std::vector<std::string> lines = log_lines();

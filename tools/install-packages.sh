@@ -19,7 +19,9 @@ packages_of() {
         # A second compiler, the sanitizers' and fuzzers' runtimes, readable traces, style.
         echo clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14
         # Sessions for windows.
-        echo dbus-daemon weston fonts-noto-core
+        echo dbus-daemon weston
+        # What all languages are written with.
+        echo fonts-noto-core fonts-noto-cjk
         # File systems to copy between, and peers to compare with.
         echo fuse3 sshfs openssh-client openssh-server btrfs-progs xfsprogs e2fsprogs
         echo rsync procps util-linux mount strace
