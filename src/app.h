@@ -18,6 +18,7 @@
 #include "bg_task.h"
 #include "copy_engine.h"
 #include "dir_lister.h"
+#include "file_ops.h"
 #include "pane.h"
 #include "pane_columns.h"
 #include "theme.h"
@@ -348,6 +349,10 @@ class App {
     void draw_app_logo(double x, double y, double size);
     double about_disclaimer_height(double width);  // only in a frame
 
+    // --- Properties (app_properties.cpp) ------------------------------------------------------
+
+    [[nodiscard]] int properties_rows() const;  // the facts that m_properties has to show
+
     // --- Which side (app_side_choice.cpp) -----------------------------------------------------
 
     // The actions belong to the tiles of the left and the right side.
@@ -529,6 +534,7 @@ class App {
     std::string m_input_buffer;      // UTF-8
     size_t m_input_caret = 0;        // bytes; on a character boundary
     bool m_conflict_apply_all = false;
+    file_ops::Properties m_properties;
     std::string m_pending_bookmark;  // the path that a bookmark's dialogue is about; empty: none
     std::string m_pending_unpack;    // the archive that is to be unpacked; empty: none
 

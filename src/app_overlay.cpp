@@ -122,9 +122,10 @@ App::Size App::overlay_size(double window_w, double window_h) {
         return {std::min(window_w - 60, 860.0), 460};
     case Overlay::Licenses:
         return {640, std::min(window_h - 90, 560.0)};
-    // The height of these goes by what they show, and what they show is not built yet.
-    case Overlay::Pack:
     case Overlay::Properties:
+        return {560, 24.0 * properties_rows() + 52 + (m_properties.is_dir ? 172 : 150)};
+    // Its height goes by what it shows, which is not built yet.
+    case Overlay::Pack:
     case Overlay::None:
         break;
     }

@@ -3,10 +3,27 @@
 
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace file_ops {
+
+// What there is to tell of one entry.
+struct Properties {
+    std::string path;
+    std::string name;
+    bool is_dir = false;
+    int64_t size = 0;  // bytes, as is free_space
+    int64_t file_count = 0;
+    int64_t dir_count = 0;
+    int64_t mtime = 0;  // seconds of the epoch; 0: unknown
+    std::string permissions;
+    std::string owner;
+    std::string group;
+    std::string link_target;  // empty: no link
+    int64_t free_space = -1;  // on its file system; -1: unknown
+};
 
 // Whether an entry of `dir` may get this name. `current` is the name it has now, empty for none.
 [[nodiscard]] std::string validate_name(const std::string& dir, const std::string& name,

@@ -104,6 +104,26 @@ TEST_F(AppDialogs, each_dialogue_has_its_size) {
     expect_size(Overlay::Licenses, 640, 510, 1400, 600);
 }
 
+TEST_F(AppDialogs, the_properties_panel_grows_with_its_facts) {
+    start();
+    // Location, size, owner.
+    app().m_properties = {};
+    app().m_properties.path = "/some/file";
+    expect_size(Overlay::Properties, 560, 24 * 3 + 52 + 150);
+    app().m_properties.mtime = 1;
+    expect_size(Overlay::Properties, 560, 24 * 4 + 52 + 150);
+    app().m_properties.free_space = 0;
+    expect_size(Overlay::Properties, 560, 24 * 5 + 52 + 150);
+    app().m_properties.link_target = "there";
+    expect_size(Overlay::Properties, 560, 24 * 6 + 52 + 150);
+    // A folder has a row for its contents, and a box below its permissions.
+    app().m_properties.is_dir = true;
+    expect_size(Overlay::Properties, 560, 24 * 7 + 52 + 172);
+    // The root lies nowhere.
+    app().m_properties.path = "";
+    expect_size(Overlay::Properties, 560, 24 * 6 + 52 + 172);
+}
+
 TEST_F(AppDialogs, the_viewers_keep_the_users_size_but_no_smaller_than_their_own) {
     start();
     expect_size(Overlay::ArchiveView, 820, 620);
