@@ -16,9 +16,7 @@
 #include "window_manager.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <climits>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -35,29 +33,6 @@ constexpr int kDefaultHeight = 720;
 constexpr guint kTickMs = 100;
 constexpr double kProgressHoldSeconds = 2.5;
 constexpr double kEndWaitSeconds = 2.0;
-
-// A folder named on the command line is relative to where the program was started, and from here
-// on it is shown, joined and compared as text. Dots are resolved by the kernel, since only it knows
-// what ".." means behind a link; a folder that is not there keeps them.
-std::string absolute_path(const std::string& path) {
-    std::string full = path;
-    if (!su::starts_with(path, "/")) {
-        char* cwd = g_get_current_dir();
-        full = su::join_path(cwd, path);
-        g_free(cwd);
-    }
-    const std::string framed = full + "/";
-    if (framed.find("/./") != std::string::npos || framed.find("/../") != std::string::npos) {
-        char resolved[PATH_MAX];
-        if (realpath(full.c_str(), resolved))
-            full = resolved;
-    }
-    const auto twice = [](char a, char b) { return a == '/' && b == '/'; };
-    full.erase(std::unique(full.begin(), full.end(), twice), full.end());
-    if (full.size() > 1 && full.back() == '/')
-        full.pop_back();
-    return full;
-}
 
 bool same_order(const dir_lister::SortOrder& a, const dir_lister::SortOrder& b) {
     return a.key == b.key && a.ascending == b.ascending && a.dirs_first == b.dirs_first;
@@ -255,9 +230,12 @@ void App::parse_arguments(int argc, char** argv) {
             if (argument.substr(2, equals - 2) == known.key)
                 this->*known.field = argument.substr(equals + 1);
     }
+    // A folder named here is relative to where the program was started.
+    char* const cwd = g_get_current_dir();
     for (std::string* path : {&m_arg_left, &m_arg_right})
         if (!path->empty())
-            *path = absolute_path(*path);
+            *path = tidy_path((*path)[0] == '/' ? *path : su::join_path(cwd, *path));
+    g_free(cwd);
 }
 
 void App::log_start() const {

@@ -395,6 +395,10 @@ class App {
     void start_transfer(bool to_right, bool move);
     bool take_unseen_end();
     void commit_rename();
+    // The bar's menu, a pane's menu and the list of drives. False: none was open.
+    bool close_menus();
+    static void set_clipboards(const std::string& text);
+    [[nodiscard]] static bool show_hidden();  // as the settings say
 
     void begin_rename();
     void open_text_input(Overlay overlay, const char* title_key, const std::string& text);
@@ -428,10 +432,37 @@ class App {
 
     void handle_key(GdkEventKey* event);
     bool handle_overlay_key(GdkEventKey* event);
-    void handle_input_key(GdkEventKey* event);
-    void input_insert(const std::string& text);
+    void scroll_overlay(guint key);
+    [[nodiscard]] static bool is_return(guint key);
+    // Whether the key is one of the table.
+    bool handle_shortcut(GdkEventKey* event);
+    // The text grows while one keystroke follows the other within a second. The parent row counts
+    // as an entry, and the search always begins at the top.
+    void type_ahead(const std::string& text, double now);
+
+    // --- Text fields (app_fields.cpp) ---------------------------------------------------------
+
+    // The field's keys: true when one is consumed.
+    bool handle_path_edit_key(GdkEventKey* event);
     bool handle_rename_key(GdkEventKey* event);
-    void handle_shortcut(GdkEventKey* event);
+    bool handle_search_key(GdkEventKey* event);
+    void handle_input_key(GdkEventKey* event);
+    // What a key types; empty with Ctrl or Alt.
+    [[nodiscard]] static std::string typed_text(const GdkEventKey& event);
+
+    void begin_path_edit(bool right);
+    void end_path_edit();
+    // Goes where the text leads: a path in quotes or without, a file URI, one that begins with a
+    // tilde or a name in the folder shown. The field stays open if that cannot be read.
+    void commit_path_edit();
+    void begin_search(bool right);  // continues the filter in force
+    // Clears the filter of the open bar's side, or of the active one.
+    void end_search(bool clear);
+    void apply_search();
+
+    void path_insert(const std::string& text);
+    void search_insert(const std::string& text);
+    void input_insert(const std::string& text);
 
     // --- Pointer (app_pointer.cpp) ------------------------------------------------------------
 
@@ -540,6 +571,11 @@ class App {
 
     // --- Fields: keyboard (app_keys.cpp) ------------------------------------------------------
 
+    std::string m_typeahead;      // UTF-8
+    double m_typeahead_time = 0;  // of its last keystroke, on now_seconds()
+
+    // --- Fields: text fields (app_fields.cpp) -------------------------------------------------
+
     int m_search_pane = -1;  // 0 or 1: whose filter bar is open
     std::string m_search_buffer;
     size_t m_search_caret = 0;  // bytes, as is the next caret
@@ -547,6 +583,13 @@ class App {
     std::string m_path_buffer;
     size_t m_path_caret = 0;
     std::string m_path_error;  // shown below the path bar; empty: none
+
+    // --- Fields: menus. close_menus() resets them. --------------------------------------------
+
+    int m_open_menu = -1;          // an index of the menu bar
+    bool m_context_menu = false;   // the menu of a pane
+    bool m_column_menu = false;    // which is that of its columns
+    int m_open_drive_picker = -1;  // 0 or 1: whose list of drives is open
 
     // --- Fields: pointer (app_pointer.cpp) ----------------------------------------------------
 

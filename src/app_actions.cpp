@@ -41,25 +41,17 @@ std::string next_theme(const std::string& present) {
     return present == "light" ? "dark" : "auto";
 }
 
-void set_clipboards(const std::string& text) {
-    // The clipboard takes UTF-8 alone; a path may hold other bytes.
-    const std::string valid = su::sanitize_utf8(text);
-    for (const GdkAtom which : {GDK_SELECTION_CLIPBOARD, GDK_SELECTION_PRIMARY})
-        gtk_clipboard_set_text(gtk_clipboard_get(which), valid.c_str(),
-                               static_cast<gint>(valid.size()));
-}
-
 bool deny(std::string* reason, const char* why) {
     if (reason)
         *reason = why;
     return false;
 }
 
-bool show_hidden() {
+}  // namespace
+
+bool App::show_hidden() {
     return SettingsStore::instance().get().show_hidden;
 }
-
-}  // namespace
 
 // --- The frame around every command -----------------------------------------------------------
 
@@ -74,6 +66,11 @@ void App::perform(Action action, int) {
         Log::warnf("action refused: %s — %s", action_name(action), reason.c_str());
         show_nothing();
         return;
+    }
+    // Any other command ends a filter first, so that it does not work on a part of the list unseen.
+    if (m_search_pane >= 0 && action != Action::SearchPane && action != Action::ToggleHidden) {
+        Log::infof("search closed: %s wurde ausgeloest", action_name(action));
+        end_search(true);
     }
     dispatch(action);
     request_redraw();
@@ -183,7 +180,9 @@ void App::dispatch(Action action) {
     case Action::SelectPattern:
         return open_text_input(Overlay::SelectPattern, "dlg.select_pattern_title", "*");
     case Action::GoToPath:
-        return open_text_input(Overlay::GoToPath, "dlg.go_to_path_title", active_pane().path());
+        return begin_path_edit(m_active_right);
+    case Action::SearchPane:
+        return begin_search(m_active_right);
     case Action::Delete:
         return ask_delete();
     case Action::OverlayOk:
@@ -257,7 +256,6 @@ void App::dispatch(Action action) {
     case Action::ViewArchive:
     case Action::ViewHex:
     case Action::OpenTerminal:
-    case Action::SearchPane:
     case Action::BookmarkManage:
     case Action::UnpackLeft:
     case Action::UnpackRight:
@@ -409,8 +407,16 @@ void App::move_cursor_to_single_selection() {
 // The commands work on the one selected entry, while the rename edits the cursor's row.
 void App::begin_rename() {
     move_cursor_to_single_selection();
+    end_path_edit();
     active_pane().begin_rename();
     active_pane().ensure_cursor_visible(rows_in_view(m_active_right));
+}
+
+bool App::close_menus() {
+    const bool open = m_open_menu >= 0 || m_context_menu || m_open_drive_picker >= 0;
+    m_open_menu = m_open_drive_picker = -1;
+    m_context_menu = m_column_menu = false;
+    return open;
 }
 
 // The entry is found by its name, since a reload may have moved the rows since the rename began.
@@ -573,6 +579,14 @@ void App::copy_paths() {
     set_clipboards(text);
 }
 
+void App::set_clipboards(const std::string& text) {
+    // The clipboard takes UTF-8 alone; a path may hold other bytes.
+    const std::string valid = su::sanitize_utf8(text);
+    for (const GdkAtom which : {GDK_SELECTION_CLIPBOARD, GDK_SELECTION_PRIMARY})
+        gtk_clipboard_set_text(gtk_clipboard_get(which), valid.c_str(),
+                               static_cast<gint>(valid.size()));
+}
+
 void App::refresh() {
     refresh_both();
     flash_panes();
@@ -586,6 +600,8 @@ void App::refresh() {
 void App::swap_panes() {
     std::swap(m_left, m_right);
     m_active_right = !m_active_right;
+    if (m_path_edit >= 0)
+        m_path_edit = 1 - m_path_edit;
 }
 
 void App::go_to_trash() {

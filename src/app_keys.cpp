@@ -1,5 +1,6 @@
 // The keyboard: one chain of modes, each of which consumes a key or hands it on, with the shortcut
-// table of the panes at its end.
+// table of the panes at its end and, for what that leaves over, the search for a name as it is
+// typed. The text fields among the modes are in app_fields.cpp.
 
 #include "app.h"
 
@@ -42,11 +43,13 @@ constexpr KeyRow kActionKeys[] = {
     {GDK_KEY_a, GDK_CONTROL_MASK, Action::SelectAll},
     {GDK_KEY_c, GDK_CONTROL_MASK, Action::CopyPath},
     {GDK_KEY_d, GDK_CONTROL_MASK, Action::BookmarkAdd},
+    {GDK_KEY_g, GDK_CONTROL_MASK, Action::LogWindow},
     {GDK_KEY_h, GDK_CONTROL_MASK, Action::ToggleHidden},
     {GDK_KEY_l, GDK_CONTROL_MASK, Action::GoToPath},
     {GDK_KEY_q, GDK_CONTROL_MASK, Action::Quit},
     {GDK_KEY_r, GDK_CONTROL_MASK, Action::Refresh},
     {GDK_KEY_u, GDK_CONTROL_MASK, Action::SwapPanes},
+    {GDK_KEY_comma, GDK_CONTROL_MASK, Action::SettingsWindow},
 };
 
 struct MoveRow {
@@ -59,28 +62,6 @@ constexpr MoveRow kMoveKeys[] = {
     {GDK_KEY_Page_Up, Pane::Move::PageUp}, {GDK_KEY_Page_Down, Pane::Move::PageDown},
     {GDK_KEY_Home, Pane::Move::First},     {GDK_KEY_End, Pane::Move::Last},
 };
-
-bool is_return(guint key) {
-    return key == GDK_KEY_Return || key == GDK_KEY_KP_Enter;
-}
-
-// The text that a key types, or empty.
-std::string typed_text(guint key) {
-    const guint32 unicode = gdk_keyval_to_unicode(key);
-    if (unicode < 32)
-        return {};
-    char utf8[6];
-    const int length = g_unichar_to_utf8(unicode, utf8);
-    return std::string(utf8, static_cast<size_t>(length));
-}
-
-// The first line of the clipboard; a field holds no more.
-std::string clipboard_line() {
-    char* const text = gtk_clipboard_wait_for_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD));
-    std::string line = text ? text : "";
-    g_free(text);
-    return line.substr(0, line.find_first_of("\r\n"));
-}
 
 bool takes_text(App::Overlay overlay) {
     switch (overlay) {
@@ -97,47 +78,85 @@ bool takes_text(App::Overlay overlay) {
 
 }  // namespace
 
+bool App::is_return(guint key) {
+    return key == GDK_KEY_Return || key == GDK_KEY_KP_Enter;
+}
+
 void App::handle_key(GdkEventKey* event) {
     if (m_overlay != Overlay::None && handle_overlay_key(event))
+        return request_redraw();
+    if (event->keyval == GDK_KEY_Escape && close_menus())
+        return request_redraw();
+    if (m_path_edit >= 0 && handle_path_edit_key(event))
         return request_redraw();
     // A rename whose entry is no longer listed is nowhere to be seen, so it must not take keys.
     if (active_pane().renaming() && active_pane().rename_target() < 0)
         active_pane().cancel_rename();
     if (active_pane().renaming() && handle_rename_key(event))
         return request_redraw();
+    if (m_search_pane >= 0 && handle_search_key(event))
+        return request_redraw();
     if (busy()) {
         if (event->keyval == GDK_KEY_Escape)
             cancel_work();
         return request_redraw();
     }
-    handle_shortcut(event);
+    if (!handle_shortcut(event))
+        type_ahead(typed_text(*event), now_seconds());
 }
 
-void App::handle_shortcut(GdkEventKey* event) {
+bool App::handle_shortcut(GdkEventKey* event) {
     Pane& pane = active_pane();
     const guint key = event->keyval;
     const bool shift = event->state & GDK_SHIFT_MASK;
-    for (const KeyRow& row : kActionKeys)
-        if (row.key == key && (event->state & row.needed) == row.needed)
-            return perform(row.action, 0);
+    for (const KeyRow& row : kActionKeys) {
+        if (row.key != key || (event->state & row.needed) != row.needed)
+            continue;
+        perform(row.action, 0);
+        return true;
+    }
     for (const MoveRow& row : kMoveKeys) {
         if (row.key != key)
             continue;
         const int rows = rows_in_view(m_active_right);
         pane.move_cursor(row.move, shift, rows);
         pane.ensure_cursor_visible(rows);
-        return request_redraw();
+        request_redraw();
+        return true;
     }
     if (key == GDK_KEY_Tab || key == GDK_KEY_ISO_Left_Tab)
         m_active_right = !m_active_right;
     else if (is_return(key) || key == GDK_KEY_Right)
-        return activate_row(pane.cursor(), m_active_right);
+        activate_row(pane.cursor(), m_active_right);
     else if (key == GDK_KEY_Escape)
         pane.clear_selection();
     else if (key == GDK_KEY_space)
         pane.toggle_selection(pane.cursor());
+    else if (key == GDK_KEY_f && event->state & GDK_CONTROL_MASK)
+        begin_search(m_active_right);
     else
+        return false;
+    request_redraw();
+    return true;
+}
+
+void App::type_ahead(const std::string& text, double now) {
+    if (text.empty())
         return;
+    if (now - m_typeahead_time > 1.0)
+        m_typeahead.clear();
+    m_typeahead_time = now;
+    m_typeahead += text;
+    const std::string needle = su::lower_ascii(m_typeahead);
+    Pane& pane = active_pane();
+    const auto found =
+        std::find_if(pane.entries().begin(), pane.entries().end(), [&needle](const FsEntry& entry) {
+            return su::starts_with(su::lower_ascii(entry.name), needle);
+        });
+    if (found != pane.entries().end()) {
+        pane.set_cursor(static_cast<int>(found - pane.entries().begin()), true);
+        pane.ensure_cursor_visible(rows_in_view(m_active_right));
+    }
     request_redraw();
 }
 
@@ -167,55 +186,25 @@ bool App::handle_overlay_key(GdkEventKey* event) {
             return true;
         }
     }
-    if (takes_text(m_overlay))
+    if (m_overlay_scrolls)
+        scroll_overlay(event->keyval);
+    else if (takes_text(m_overlay))
         handle_input_key(event);
     return true;
 }
 
-// No Home, End or Delete here. What the Delete key types, 127, is a character like any other.
-void App::handle_input_key(GdkEventKey* event) {
-    const guint key = event->keyval;
-    const bool ctrl = event->state & GDK_CONTROL_MASK;
-    if (key == GDK_KEY_Left) {
-        m_input_caret = su::previous_character(m_input_buffer, m_input_caret);
-    } else if (key == GDK_KEY_Right) {
-        m_input_caret = su::next_character(m_input_buffer, m_input_caret);
-    } else if (key == GDK_KEY_BackSpace) {
-        const size_t start = su::previous_character(m_input_buffer, m_input_caret);
-        m_input_buffer.erase(start, m_input_caret - start);
-        m_input_caret = start;
-    } else if (ctrl && key == GDK_KEY_v) {
-        input_insert(clipboard_line());
-    } else if (!ctrl && !(event->state & GDK_MOD1_MASK)) {
-        input_insert(typed_text(key));
-    }
-}
-
-void App::input_insert(const std::string& text) {
-    m_input_buffer.insert(m_input_caret, text);
-    m_input_caret += text.size();
-}
-
-bool App::handle_rename_key(GdkEventKey* event) {
-    Pane& pane = active_pane();
-    const guint key = event->keyval;
-    if (is_return(key))
-        commit_rename();
-    else if (key == GDK_KEY_Escape)
-        pane.cancel_rename();
-    else if (key == GDK_KEY_Left)
-        pane.rename_move_caret(-1);
-    else if (key == GDK_KEY_Right)
-        pane.rename_move_caret(1);
-    else if (key == GDK_KEY_Home)
-        pane.rename_set_caret(0);
+void App::scroll_overlay(guint key) {
+    constexpr int kEnd = 1 << 30;  // the painter cuts it down to the last page
+    const int page = std::max(m_overlay_page, 1);
+    if (key == GDK_KEY_Home)
+        m_list_scroll = 0;
     else if (key == GDK_KEY_End)
-        pane.rename_set_caret(pane.rename_buffer().size());
-    else if (key == GDK_KEY_BackSpace)
-        pane.rename_backspace();
-    else if (key == GDK_KEY_Delete)
-        pane.rename_delete();
+        m_list_scroll = kEnd;
+    else if (key == GDK_KEY_Up || key == GDK_KEY_Page_Up)
+        m_list_scroll -= key == GDK_KEY_Up ? 1 : page;
+    else if (key == GDK_KEY_Down || key == GDK_KEY_Page_Down)
+        m_list_scroll += key == GDK_KEY_Down ? 1 : page;
     else
-        pane.rename_insert(typed_text(key));
-    return true;
+        return;
+    m_list_scroll = std::max(m_list_scroll, 0);
 }

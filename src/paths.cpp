@@ -2,7 +2,9 @@
 
 #include "strutil.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <dirent.h>
 #include <glib.h>
@@ -64,6 +66,21 @@ bool reachable_directly(const std::string& path) {
 }
 
 }  // namespace
+
+// The kernel resolves the dots, since only it knows what ".." means behind a link.
+std::string tidy_path(std::string path) {
+    const std::string framed = path + "/";
+    if (framed.find("/./") != std::string::npos || framed.find("/../") != std::string::npos) {
+        char resolved[PATH_MAX];
+        if (realpath(path.c_str(), resolved))
+            path = resolved;
+    }
+    const auto twice = [](char a, char b) { return a == '/' && b == '/'; };
+    path.erase(std::unique(path.begin(), path.end(), twice), path.end());
+    if (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
 
 std::string real_home() {
     if (std::string home = env("SNAP_REAL_HOME"); !home.empty())

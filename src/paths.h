@@ -7,6 +7,10 @@
 
 #include <string>
 
+// An absolute path as the panes hold it, where it is shown, joined and compared as text: no slash
+// twice or at the end, and "." and ".." resolved, if it leads anywhere.
+[[nodiscard]] std::string tidy_path(std::string path);
+
 // The user's real home, also inside a Snap, whose HOME points into the sandbox. Empty if unknown.
 [[nodiscard]] std::string real_home();
 

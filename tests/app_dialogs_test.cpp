@@ -514,7 +514,7 @@ TEST_F(AppDialogs, a_message_is_red_when_it_tells_of_an_error) {
 TEST_F(AppDialogs, the_four_questions_for_a_text) {
     start();
     struct Case {
-        Action action;
+        Action action;  // None: no command opens it
         Overlay overlay;
         const char* title;
         const char* hint;
@@ -526,8 +526,10 @@ TEST_F(AppDialogs, the_four_questions_for_a_text) {
           Case{Action::NewFile, Overlay::NewFile, "New file", "Name of the new empty file:", ""},
           Case{Action::SelectPattern, Overlay::SelectPattern, "Select by pattern",
                "Shell pattern, e.g. *.png or report-*:", "*"},
-          Case{Action::GoToPath, Overlay::GoToPath, "Go to folder",
+          Case{Action::None, Overlay::GoToPath, "Go to folder",
                "Full path, e.g. /mnt/backup:", left()}}) {
+        if (c.action == Action::None)
+            app().open_text_input(c.overlay, "dlg.go_to_path_title", c.text);
         app().perform(c.action, 0);
         EXPECT_EQ(app().m_overlay, c.overlay);
         EXPECT_EQ(app().m_input_buffer, c.text);
@@ -730,14 +732,16 @@ TEST_F(AppDialogs, a_path_is_gone_to) {
     make_dirs(left() + "/sub");
     write_file(left() + "/file", "x");
     start();
-    key(GDK_KEY_l, GDK_CONTROL_MASK);
-    ASSERT_EQ(app().m_overlay, Overlay::GoToPath);
+    const auto open = [this] {
+        app().open_text_input(Overlay::GoToPath, "dlg.go_to_path_title", pane().path());
+    };
+    open();
     type("/sub");
     key(GDK_KEY_Return);
     EXPECT_EQ(pane().path(), left() + "/sub");
     for (const std::string& path :
          {left() + "/none", left() + "/file", std::string(), std::string(".")}) {
-        app().perform(Action::GoToPath, 0);
+        open();
         app().m_input_buffer = path;
         app().perform(Action::OverlayOk, 0);
         EXPECT_EQ(app().m_overlay_text, "There is no folder at that path.") << path;
@@ -919,7 +923,8 @@ TEST_F(AppDialogs, every_dialogue_can_be_painted_at_every_scale) {
             app().apply_theme();
             for (const int scale : {70, 100, 200}) {
                 settings().font_scale = scale;
-                for (const Action action : {Action::NewFolder, Action::GoToPath, Action::Delete}) {
+                for (const Action action :
+                     {Action::NewFolder, Action::SelectPattern, Action::Delete}) {
                     app().perform(action, 0);
                     frame();
                     for (const App::HitRect& rect : app().m_hits)

@@ -1,4 +1,5 @@
-// The keyboard: the shortcut table, the busy gate, and the keys of dialogues and of a rename.
+// The keyboard: the chain of modes, the shortcut table, type-ahead, the busy gate, and the keys of
+// dialogues and of a rename.
 
 #include "app_fixture.h"
 
@@ -248,6 +249,269 @@ TEST_F(AppKeys, gtk_never_sees_a_key) {
     EXPECT_TRUE(app().m_active_right);
 }
 
+// Every key of the table that is an action and nothing more.
+TEST_F(AppKeys, the_table_of_actions) {
+    write_file(left() + "/file", "x");
+    start();
+    struct Row {
+        guint keyval;
+        guint state;
+        Action action;
+    };
+    for (const Row& row : {
+             Row{GDK_KEY_Home, GDK_CONTROL_MASK, Action::GoHome},
+             Row{GDK_KEY_Left, 0, Action::GoUp},
+             Row{GDK_KEY_Left, GDK_MOD1_MASK, Action::GoBack},
+             Row{GDK_KEY_Right, GDK_MOD1_MASK, Action::GoForward},
+             Row{GDK_KEY_Return, GDK_MOD1_MASK, Action::Properties},
+             Row{GDK_KEY_KP_Enter, GDK_MOD1_MASK, Action::Properties},
+             Row{GDK_KEY_BackSpace, 0, Action::GoUp},
+             Row{GDK_KEY_Delete, 0, Action::Delete},
+             Row{GDK_KEY_F2, 0, Action::Rename},
+             Row{GDK_KEY_F5, 0, Action::CopyToOther},
+             Row{GDK_KEY_F6, 0, Action::MoveToOther},
+             Row{GDK_KEY_F7, 0, Action::NewFolder},
+             Row{GDK_KEY_plus, 0, Action::SelectPattern},
+             Row{GDK_KEY_plus, GDK_SHIFT_MASK, Action::SelectPattern},
+             Row{GDK_KEY_KP_Add, 0, Action::SelectPattern},
+             Row{GDK_KEY_asterisk, GDK_SHIFT_MASK, Action::InvertSelection},
+             Row{GDK_KEY_KP_Multiply, 0, Action::InvertSelection},
+             Row{GDK_KEY_a, GDK_CONTROL_MASK, Action::SelectAll},
+             Row{GDK_KEY_c, GDK_CONTROL_MASK, Action::CopyPath},
+             Row{GDK_KEY_d, GDK_CONTROL_MASK, Action::BookmarkAdd},
+             Row{GDK_KEY_g, GDK_CONTROL_MASK, Action::LogWindow},
+             Row{GDK_KEY_h, GDK_CONTROL_MASK, Action::ToggleHidden},
+             Row{GDK_KEY_l, GDK_CONTROL_MASK, Action::GoToPath},
+             Row{GDK_KEY_r, GDK_CONTROL_MASK, Action::Refresh},
+             Row{GDK_KEY_u, GDK_CONTROL_MASK, Action::SwapPanes},
+             Row{GDK_KEY_comma, GDK_CONTROL_MASK, Action::SettingsWindow},
+             Row{GDK_KEY_q, GDK_CONTROL_MASK, Action::Quit},
+         }) {
+        app().close_overlay();
+        app().end_path_edit();
+        app().m_active_right = false;
+        pane().cancel_rename();
+        pane().navigate_to(left(), false);
+        pane(true).navigate_to(left(), false);  // nothing is copied within one folder
+        put_cursor_on("file");
+        Log::instance().clear();
+        key(row.keyval, row.state);
+        const std::string name = action_name(row.action);
+        EXPECT_TRUE(logged("action: " + name + " [" + left() + "]")) << name;
+        size_t actions = 0;
+        for (const std::string& line : log_lines())
+            actions += line.starts_with("action: ") ? 1 : 0;
+        EXPECT_EQ(actions, 1U) << name;
+    }
+}
+
+TEST_F(AppKeys, a_letter_without_control_is_no_command) {
+    make_files(2);
+    start();
+    for (const char c : std::string("acdfghlqru,"))
+        for (const guint state : std::initializer_list<guint>{0, GDK_MOD1_MASK, GDK_SHIFT_MASK})
+            key(static_cast<guint>(c), state);
+    for (const char c : std::string("ACDFGHLQRU<"))
+        key(static_cast<guint>(c), GDK_CONTROL_MASK | GDK_SHIFT_MASK);
+    for (const std::string& line : log_lines())
+        EXPECT_FALSE(line.starts_with("action: ")) << line;
+    EXPECT_EQ(app().m_search_pane, -1);
+    EXPECT_TRUE(app().m_window);
+}
+
+// --- Type-ahead -------------------------------------------------------------------------------
+
+TEST_F(AppKeys, a_typed_name_gets_the_cursor) {
+    for (const char* name : {"Alpha", "alpine", "beta", "ärger", "Ärmel"})
+        write_file(left() + "/" + name, "x");
+    start();
+    key(GDK_KEY_b);
+    EXPECT_EQ(cursor_name(), "beta");
+    EXPECT_EQ(selected_names(), (std::vector<std::string>{"beta"}));
+    app().m_typeahead_time = 0;
+    key(GDK_KEY_A, GDK_SHIFT_MASK);
+    EXPECT_EQ(cursor_name(), "Alpha");
+    key(GDK_KEY_l);
+    key(GDK_KEY_p);
+    key(GDK_KEY_i);
+    EXPECT_EQ(cursor_name(), "alpine");
+    // No match: cursor and text stay.
+    key(GDK_KEY_x);
+    EXPECT_EQ(cursor_name(), "alpine");
+    EXPECT_EQ(app().m_typeahead, "Alpix");
+    // There is no cycling: the search is from the top each time.
+    for (int i = 0; i < 2; ++i) {
+        app().m_typeahead_time = 0;
+        key(GDK_KEY_a);
+        EXPECT_EQ(cursor_name(), "Alpha");
+    }
+    // The parent row is an entry.
+    app().m_typeahead_time = 0;
+    key(GDK_KEY_period);
+    EXPECT_EQ(cursor_name(), "..");
+    EXPECT_TRUE(selected_names().empty());
+}
+
+TEST_F(AppKeys, typed_letters_are_folded_in_ascii_alone) {
+    for (const char* name : {"arm", "ÄRGER", "ärmel"})
+        write_file(left() + "/" + name, "x");
+    start();
+    key(GDK_KEY_adiaeresis);
+    EXPECT_EQ(cursor_name(), "ärmel");
+    app().m_typeahead_time = 0;
+    key(GDK_KEY_Adiaeresis, GDK_SHIFT_MASK);
+    key(GDK_KEY_r);
+    EXPECT_EQ(cursor_name(), "ÄRGER");
+}
+
+TEST_F(AppKeys, a_second_keeps_typed_letters_together_and_more_does_not) {
+    for (const char* name : {"ab", "b"})
+        write_file(left() + "/" + name, "x");
+    start();
+    app().type_ahead("a", 100);
+    app().type_ahead("b", 101);
+    EXPECT_EQ(app().m_typeahead, "ab");
+    EXPECT_EQ(cursor_name(), "ab");
+    app().type_ahead("a", 200);
+    app().type_ahead("b", 201.1);
+    EXPECT_EQ(app().m_typeahead, "b");
+    EXPECT_EQ(cursor_name(), "b");
+    // The pause counts from the last keystroke, whether it found anything or not.
+    app().type_ahead("x", 202);
+    app().type_ahead("y", 203);
+    EXPECT_EQ(app().m_typeahead, "bxy");
+    const double now = App::now_seconds();
+    key(GDK_KEY_a);
+    EXPECT_EQ(app().m_typeahead, "a");
+    EXPECT_GE(app().m_typeahead_time, now);
+}
+
+TEST_F(AppKeys, commands_never_reach_the_typed_name) {
+    for (const char* name : {"+", " a", "*", "x"})
+        write_file(left() + "/" + name, "x");
+    start();
+    for (const guint keyval :
+         std::initializer_list<guint>{GDK_KEY_plus, GDK_KEY_asterisk, GDK_KEY_space, GDK_KEY_Delete,
+                                      GDK_KEY_F9, GDK_KEY_Shift_L, GDK_KEY_Tab}) {
+        key(keyval);
+        key(GDK_KEY_Escape);
+    }
+    key(GDK_KEY_x, GDK_CONTROL_MASK);
+    key(GDK_KEY_x, GDK_MOD1_MASK);
+    EXPECT_EQ(app().m_typeahead, "");
+}
+
+TEST_F(AppKeys, a_name_found_far_down_comes_into_view) {
+    make_files(100);
+    write_file(left() + "/zoo", "x");
+    start();
+    key(GDK_KEY_z);
+    EXPECT_EQ(cursor_name(), "zoo");
+    EXPECT_EQ(pane().scroll(), 102 - app().rows_in_view(false));
+}
+
+// --- The chain --------------------------------------------------------------------------------
+
+// Everything that takes Escape is open at once; it goes from the top of the chain to its end.
+TEST_F(AppKeys, escape_goes_down_the_chain_one_mode_at_a_time) {
+    make_files(3);
+    start();
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+        while (reporter.keep_going())
+            g_usleep(1000);
+    }));
+    app().m_bgtask_was_running = true;
+    app().begin_search(false);
+    key(GDK_KEY_f);
+    pane().set_cursor(1, true);
+    pane().begin_rename();
+    app().begin_path_edit(false);
+    app().m_open_menu = 2;
+    app().m_context_menu = app().m_column_menu = true;
+    app().m_open_drive_picker = 1;
+    app().show_message("t", "x");
+    const auto state = [this] {
+        std::string open;
+        open += app().m_overlay != App::Overlay::None ? "dialogue " : "";
+        open += app().m_open_menu >= 0 ? "menu " : "";
+        open += app().m_context_menu || app().m_column_menu ? "context " : "";
+        open += app().m_open_drive_picker >= 0 ? "drives " : "";
+        open += app().m_path_edit >= 0 ? "path " : "";
+        open += pane().renaming() ? "rename " : "";
+        open += app().m_search_pane >= 0 ? "filter " : "";
+        open += !BgTask::instance().snapshot().cancelled ? "work " : "";
+        open += pane().has_selection() ? "marks" : "";
+        return open;
+    };
+    EXPECT_EQ(state(), "dialogue menu context drives path rename filter work marks");
+    key(GDK_KEY_Escape);
+    // Leaving a dialogue is a command, and so ends the filter.
+    EXPECT_EQ(state(), "menu context drives path rename work marks");
+    app().m_search_pane = 0;
+    for (const char* rest : {"path rename filter work marks", "rename filter work marks",
+                             "filter work marks", "work marks", "marks"}) {
+        key(GDK_KEY_Escape);
+        EXPECT_EQ(state(), rest);
+    }
+    ASSERT_TRUE(settle());
+    app().close_overlay();
+    EXPECT_TRUE(pane().has_selection());
+    key(GDK_KEY_Escape);
+    EXPECT_EQ(state(), "");
+}
+
+TEST_F(AppKeys, a_typed_letter_goes_to_the_uppermost_field) {
+    write_file(left() + "/fx", "x");
+    start();
+    app().begin_search(false);
+    key(GDK_KEY_f);
+    pane().set_cursor(1, true);
+    pane().begin_rename();
+    app().begin_path_edit(false);
+    app().perform(Action::None, 0);
+    app().open_text_input(App::Overlay::NewFile, "dlg.new_file_title", "");
+    const auto texts = [this] {
+        return app().m_input_buffer + "|" + app().m_path_buffer.substr(left().size()) + "|" +
+               pane().rename_buffer() + "|" + app().m_search_buffer + "|" + app().m_typeahead;
+    };
+    key(GDK_KEY_x);
+    EXPECT_EQ(texts(), "x||fx|f|");
+    app().close_overlay();
+    app().m_input_buffer.clear();
+    key(GDK_KEY_l, GDK_CONTROL_MASK);  // no command in the field
+    key(GDK_KEY_x);
+    EXPECT_EQ(texts(), "|x|fx|f|");
+    app().m_path_buffer = left();
+    key(GDK_KEY_Escape);
+    key(GDK_KEY_x);
+    EXPECT_EQ(texts(), "||fxx|f|");
+    key(GDK_KEY_Escape);
+    key(GDK_KEY_x);
+    EXPECT_EQ(texts(), "|||fx|");
+    key(GDK_KEY_Return);
+    key(GDK_KEY_x);
+    EXPECT_EQ(app().m_typeahead, "x");
+}
+
+TEST_F(AppKeys, a_menu_takes_escape_alone) {
+    make_files(3);
+    start();
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    for (int i = 0; i < 3; ++i) {
+        app().m_open_menu = i == 0 ? 0 : -1;
+        app().m_context_menu = i == 1;
+        app().m_open_drive_picker = i == 2 ? 0 : -1;
+        key(GDK_KEY_Tab);
+        EXPECT_EQ(app().m_active_right, i % 2 == 0);
+        key(GDK_KEY_Escape);
+        EXPECT_FALSE(app().close_menus()) << i;
+        EXPECT_EQ(selected_names().size(), 3U);
+    }
+    app().m_active_right = false;
+    key(GDK_KEY_Escape);
+    EXPECT_TRUE(selected_names().empty());
+}
+
 // --- The busy gate ----------------------------------------------------------------------------
 
 TEST_F(AppKeys, while_a_task_runs_only_escape_acts_and_it_cancels) {
@@ -416,6 +680,41 @@ TEST_F(AppKeys, the_second_choice_with_the_same_letter_takes_its_next_free_one) 
     ASSERT_EQ(app().m_overlay_accels.size(), 2U);
     EXPECT_EQ(app().m_overlay_accels.at('O'), Action::Refresh);
     EXPECT_EQ(app().m_overlay_accels.at('K'), Action::OverlayCancel);
+}
+
+TEST_F(AppKeys, a_dialogue_that_scrolls_pages_by_its_rows) {
+    start();
+    app().show_message("t", "x");
+    struct Step {
+        guint keyval;
+        int from;
+        int to;
+    };
+    for (const Step& step :
+         {Step{GDK_KEY_Down, 0, 1}, Step{GDK_KEY_Up, 5, 4}, Step{GDK_KEY_Up, 0, 0},
+          Step{GDK_KEY_Page_Down, 3, 10}, Step{GDK_KEY_Page_Up, 10, 3}, Step{GDK_KEY_Page_Up, 3, 0},
+          Step{GDK_KEY_Home, 9, 0}, Step{GDK_KEY_End, 9, 1073741824}, Step{GDK_KEY_x, 4, 4},
+          Step{GDK_KEY_Left, 4, 4}, Step{GDK_KEY_F5, 4, 4}, Step{GDK_KEY_Tab, 4, 4}}) {
+        app().m_overlay_scrolls = true;  // as its painter would say
+        app().m_overlay_page = 7;
+        app().m_list_scroll = step.from;
+        key(step.keyval);
+        EXPECT_EQ(app().m_list_scroll, step.to) << step.keyval;
+    }
+    for (const int page : {0, -3, 1}) {
+        app().m_overlay_scrolls = true;
+        app().m_overlay_page = page;
+        app().m_list_scroll = 4;
+        key(GDK_KEY_Page_Down);
+        EXPECT_EQ(app().m_list_scroll, 5) << page;
+    }
+    // Without a list there is nothing to scroll.
+    key(GDK_KEY_Down);
+    EXPECT_EQ(app().m_list_scroll, 5);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Message);
+    app().m_overlay_scrolls = true;
+    key(GDK_KEY_o, GDK_MOD1_MASK);
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
 }
 
 // --- Rename -----------------------------------------------------------------------------------

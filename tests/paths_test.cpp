@@ -81,6 +81,29 @@ mode_t mode_of(const std::string& path) {
     return test_env::lstat_of(path).st_mode & 07777;
 }
 
+TEST_F(Paths, a_tidy_path_has_no_slash_too_many_and_no_dots_that_lead_anywhere) {
+    const TempDir dir;
+    test_env::make_dirs(dir / "far/deep");
+    ASSERT_EQ(symlink("far/deep", (dir / "link").c_str()), 0);
+    for (const auto& [path, tidy] : {
+             std::pair<std::string, std::string>{"/", "/"},
+             {"//", "/"},
+             {dir.path(), dir.path()},
+             {dir / "far/", dir / "far"},
+             {dir / "/far//deep//", dir / "far/deep"},
+             {dir / ".", dir.path()},
+             {dir / "far/./deep", dir / "far/deep"},
+             {dir / "far/../far", dir / "far"},
+             // The link itself stays, but what lies above it is above its goal.
+             {dir / "link", dir / "link"},
+             {dir / "link/..", dir / "far"},
+             {"/..", "/"},
+             {dir / "none/../far/", dir / "none/../far"},
+             {dir / "..far/.deep/x..", dir / "..far/.deep/x.."},
+         })
+        EXPECT_EQ(tidy_path(path), tidy) << path;
+}
+
 }  // namespace
 
 // ---- real_home ----
