@@ -5,7 +5,9 @@
 
 #include "app.h"
 
+#include "archive_ops.h"
 #include "desktop_theme.h"
+#include "file_ops.h"
 #include "fs_ops.h"
 #include "i18n.h"
 #include "logger.h"
@@ -164,6 +166,9 @@ void App::begin(int argc, char** argv) {
     I18n::instance().set_language(settings.language);
     I18n::instance().set_ui_font(settings.font_family);
     log_start();
+    // Which tools there are is asked before the first frame, which must not wait for them.
+    (void)archive_ops::available_formats();
+    (void)file_ops::terminal_program();
     load_state();
     build_window();
     watch_desktop_theme();

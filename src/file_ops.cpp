@@ -38,6 +38,49 @@ bool launch_default_for_uri(const char* uri, GError** error) {
     return launched;
 }
 
+// In the order in which they are looked for.
+constexpr const char* kTerminals[] = {
+    "x-terminal-emulator",
+    "gnome-terminal",
+    "konsole",
+    "xfce4-terminal",
+    "mate-terminal",
+    "lxterminal",
+    "tilix",
+    "terminator",
+    "kgx",
+    "alacritty",
+    "kitty",
+    "foot",
+    "wezterm",
+    "urxvt",
+    "st",
+    "xterm",
+};
+
+bool in_path(const char* program) {
+    char* const path = g_find_program_in_path(program);
+    g_free(path);
+    return path != nullptr;
+}
+
+// Empty for none.
+std::string find_terminal() {
+    const char* const chosen = g_getenv("TERMINAL");
+    if (chosen && *chosen && in_path(chosen)) {
+        Log::infof("terminal: %s (from $TERMINAL)", chosen);
+        return chosen;
+    }
+    for (const char* name : kTerminals) {
+        if (!in_path(name))
+            continue;
+        Log::infof("terminal: %s", name);
+        return name;
+    }
+    Log::infof("terminal: %s", "(none found)");
+    return {};
+}
+
 }  // namespace
 
 std::string validate_name(const std::string& dir, const std::string& name,
@@ -103,6 +146,11 @@ std::string open_with_default_app(const std::string& path) {
     Log::warnf("open %s: %s", path.c_str(), error ? error->message : "unknown error");
     g_clear_error(&error);
     return tr("err.open_failed");
+}
+
+const char* terminal_program() {
+    static const std::string program = find_terminal();
+    return program.empty() ? nullptr : program.c_str();
 }
 
 }  // namespace file_ops

@@ -42,4 +42,8 @@ struct Properties {
 // Hands the file to the desktop's default program.
 [[nodiscard]] std::string open_with_default_app(const std::string& path);
 
+// The name of the terminal to open, of the user's choice or else of a known one that is installed;
+// null when there is none. Searched for once; valid for the whole run.
+[[nodiscard]] const char* terminal_program();
+
 }  // namespace file_ops

@@ -1,0 +1,89 @@
+#include "archive_ops.h"
+
+#include "fresh_process.h"
+#include "log_lines.h"
+#include "test_env.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+using archive_ops::available_formats;
+using archive_ops::Format;
+
+// The labels of what can be packed when these are all the tools there are.
+std::string formats_with(const std::vector<std::pair<std::string, std::string>>& tools) {
+    const test_env::TempDir bin;
+    for (const auto& [name, script] : tools)
+        test_env::write_file(bin / name, "#!/bin/sh\n" + script + "\n", 0755);
+    return test_env::answer_of_child([&] {
+        setenv("PATH", bin.path().c_str(), 1);
+        std::string labels;
+        for (const Format format : available_formats())
+            labels += std::string(archive_ops::label_for(format)) + " ";
+        return labels;
+    });
+}
+
+TEST(ArchiveOps, a_format_is_available_when_all_its_tools_run) {
+    EXPECT_EQ(formats_with({}), "");
+    EXPECT_EQ(formats_with({{"tar", ""}}), "tar ");
+    EXPECT_EQ(formats_with({{"gzip", ""}, {"xz", ""}, {"bzip2", ""}, {"zstd", ""}}), "");
+    EXPECT_EQ(formats_with({{"tar", ""}, {"gzip", ""}}), "tar.gz tar ");
+    EXPECT_EQ(formats_with({{"tar", ""}, {"xz", ""}}), "tar.xz tar ");
+    EXPECT_EQ(formats_with({{"tar", ""}, {"bzip2", ""}}), "tar.bz2 tar ");
+    EXPECT_EQ(formats_with({{"tar", ""}, {"zstd", ""}}), "tar.zst tar ");
+    EXPECT_EQ(formats_with({{"tar", ""}, {"lz4", ""}}), "tar.lz4 tar ");
+    EXPECT_EQ(formats_with({{"zip", ""}}), "zip ");
+    for (const char* tool : {"7z", "7zz", "7za"})
+        EXPECT_EQ(formats_with({{tool, ""}}), "7z ") << tool;
+    EXPECT_EQ(formats_with({{"7z", ""},
+                            {"zip", ""},
+                            {"lz4", ""},
+                            {"zstd", ""},
+                            {"bzip2", ""},
+                            {"xz", ""},
+                            {"gzip", ""},
+                            {"tar", ""}}),
+              "tar.gz tar.xz tar.bz2 tar.zst tar.lz4 tar zip 7z ");
+}
+
+TEST(ArchiveOps, a_tool_that_rejects_the_question_is_there_all_the_same) {
+    EXPECT_EQ(formats_with({{"zip", "exit 1"}}), "zip ");
+    EXPECT_EQ(formats_with({{"zip", "exit 125"}}), "zip ");
+    EXPECT_EQ(formats_with({{"zip", "exit 126"}}), "");
+    EXPECT_EQ(formats_with({{"zip", "exit 127"}}), "");
+    EXPECT_EQ(formats_with({{"zip", "kill -9 $$"}}), "");
+    EXPECT_EQ(formats_with({{"zip", "[ \"$*\" = --version ] || exit 127"}}), "zip ");
+}
+
+TEST(ArchiveOps, the_tools_are_asked_once) {
+    const test_env::TempDir bin;
+    test_env::write_file(bin / "tar", "#!/bin/sh\necho tar >> " + (bin / "asked") + "\n", 0755);
+    EXPECT_EQ(test_env::answer_of_child([&] {
+                  setenv("PATH", bin.path().c_str(), 1);
+                  const std::vector<Format>* first = &available_formats();
+                  setenv("PATH", "/nonexistent", 1);
+                  (void)archive_ops::format_available(Format::TarGz);
+                  return std::string(first == &available_formats() ? "same " : "") +
+                         test_env::read_file(bin / "asked");
+              }),
+              "same tar\n");
+}
+
+TEST(ArchiveOps, the_log_tells_what_there_is) {
+    REQUIRE_FRESH_PROCESS();
+    const test_env::TempDir bin;
+    test_env::write_file(bin / "tar", "#!/bin/sh\n", 0755);
+    setenv("PATH", bin.path().c_str(), 1);
+    (void)available_formats();
+    EXPECT_TRUE(test_env::logged("archiver tar.gz   missing"));
+    EXPECT_TRUE(test_env::logged("archiver tar      available"));
+    EXPECT_TRUE(test_env::logged("archiver 7z       missing"));
+    EXPECT_TRUE(test_env::logged("archivers: 1 of 8 formats available"));
+}
+
+}  // namespace
