@@ -2,6 +2,7 @@
 
 #include "archive_format.h"
 #include "format.h"
+#include "strutil.h"
 
 #include <algorithm>
 #include <glib.h>
@@ -98,7 +99,13 @@ std::string column_text(ColumnId column, const FsEntry& entry, const char* date_
 }
 
 std::string row_text(const FsEntry& entry) {
-    return entry.is_symlink() ? entry.name + " → " + entry.link_target : entry.name;
+    if (!entry.is_symlink())
+        return entry.name;
+    if (g_str_is_ascii(entry.name.c_str()) && g_str_is_ascii(entry.link_target.c_str()))
+        return entry.name + " → " + entry.link_target;
+    // The arrow leads from the name to the target, whatever direction either is written in.
+    constexpr const char* kLeftToRight = "\xe2\x80\x8e";
+    return kLeftToRight + su::isolated(entry.name) + " → " + su::isolated(entry.link_target);
 }
 
 const std::string& name_color(const Palette& palette, const FsEntry& entry) {

@@ -134,6 +134,32 @@ std::string sanitize_utf8(std::string_view s) {
     return clean;
 }
 
+std::string isolated(std::string_view s) {
+    constexpr std::string_view kFirstStrong = "\xe2\x81\xa8";
+    constexpr std::string_view kEnd = "\xe2\x81\xa9";
+    std::string result(kFirstStrong);
+    size_t open = 0;
+    for (size_t i = 0; i < s.size(); ++i) {
+        const std::string_view mark = s.substr(i, 3);
+        if (mark == kEnd) {
+            // One that ends nothing of this text would end our own.
+            i += 2;
+            if (open == 0)
+                continue;
+            --open;
+            result += mark;
+            continue;
+        }
+        // The left-to-right, right-to-left and first-strong isolates.
+        if (mark >= "\xe2\x81\xa6" && mark <= kFirstStrong)
+            ++open;
+        result += s[i];
+    }
+    for (++open; open > 0; --open)
+        result += kEnd;
+    return result;
+}
+
 size_t previous_character(std::string_view s, size_t at) {
     while (at > 0) {
         --at;

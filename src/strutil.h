@@ -41,6 +41,10 @@ namespace su {
 // name reaches the screen through this function.
 [[nodiscard]] std::string sanitize_utf8(std::string_view s);
 
+// The text between marks that keep its direction, and the direction marks in it, to itself. To be
+// painted only.
+[[nodiscard]] std::string isolated(std::string_view s);
+
 // Where the character before or behind a byte position begins; the ends of the text stay. Bytes of
 // the form 10xxxxxx never begin one.
 [[nodiscard]] size_t previous_character(std::string_view s, size_t at);

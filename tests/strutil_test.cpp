@@ -32,6 +32,23 @@ TEST(StrUtil, a_step_over_a_character_never_ends_inside_one) {
     EXPECT_EQ(su::previous_character(text, 0), 0U);
 }
 
+TEST(StrUtil, isolated_text_ends_what_it_opens_and_nothing_else) {
+    const std::string fsi = "\xe2\x81\xa8", pdi = "\xe2\x81\xa9";
+    EXPECT_EQ(su::isolated(""), fsi + pdi);
+    EXPECT_EQ(su::isolated("name"), fsi + "name" + pdi);
+    // An override ends with the isolate around it.
+    EXPECT_EQ(su::isolated("\xe2\x80\xaename"), fsi + "\xe2\x80\xaename" + pdi);
+    for (const std::string open : {"\xe2\x81\xa6", "\xe2\x81\xa7", "\xe2\x81\xa8"}) {
+        EXPECT_EQ(su::isolated("a" + open + "b"), fsi + "a" + open + "b" + pdi + pdi);
+        EXPECT_EQ(su::isolated("a" + open + "b" + pdi), fsi + "a" + open + "b" + pdi + pdi);
+        EXPECT_EQ(su::isolated(open + pdi + pdi + "b"), fsi + open + pdi + "b" + pdi);
+    }
+    EXPECT_EQ(su::isolated(pdi + pdi + "a"), fsi + "a" + pdi);
+    // Neighbours of the marks, and a mark that is cut off.
+    EXPECT_EQ(su::isolated("\xe2\x81\xa5\xe2\x81\xaa"), fsi + "\xe2\x81\xa5\xe2\x81\xaa" + pdi);
+    EXPECT_EQ(su::isolated("\xe2\x81"), fsi + "\xe2\x81" + pdi);
+}
+
 }  // namespace
 
 TEST(StrUtil, lower_ascii_changes_a_to_z_and_leaves_all_other_bytes) {
