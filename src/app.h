@@ -122,6 +122,7 @@ class App {
         static constexpr double search_h = 28;
         static constexpr double head_h = 26;
         static constexpr double hscroll_h = 18;
+        static constexpr double status_h = 24;
     };
 
     // The dialogues, of which at most one is open.
@@ -177,6 +178,17 @@ class App {
     struct Accelerator {
         char key = 0;                   // upper case; 0: none
         size_t at = std::string::npos;  // the letter's place in the label, in bytes
+    };
+
+    // What all rows of a list share while it is painted.
+    struct RowList {
+        const Pane& pane;
+        bool right;
+        const Columns& columns;
+        const char* date_format;  // looked up once, like the rename's row
+        int renamed;              // -1: none
+        double x;
+        double w;  // without the vertical scrollbar
     };
 
     struct Size {
@@ -251,14 +263,23 @@ class App {
     [[nodiscard]] bool filter_bar_shown(bool right) const;
     // Whether work is under way as this frame shows it.
     [[nodiscard]] bool frame_busy() const { return m_frame_copy.running || m_frame_bg.running; }
+    // The same, or it has ended and no tick has seen that yet: the progress band stays as it is
+    // until there is a result to show in its place.
+    [[nodiscard]] bool frame_shows_work() const {
+        return frame_busy() || m_transfer_was_running || m_bgtask_was_running;
+    }
 
-    // The nearest edge between two lines of pixels. Areas that meet there join without a seam at
-    // every scale.
-    [[nodiscard]] double pixel_edge(double y) const;
-    // Whole pixels, by the same rule. The caller saves and restores the context.
+    // The nearest edge between two pixels on each side, and at least so many pixels in either
+    // direction: areas that meet join without a seam at every scale.
+    [[nodiscard]] Rect whole_pixels(double x, double y, double w, double h,
+                                    double at_least = 0) const;
+    // The caller saves and restores the context.
     void clip_to(double x, double y, double w, double h);
     void set_color(const std::string& color, double alpha);
     void fill_rect(double x, double y, double w, double h, const std::string& color, double alpha);
+    // Whole pixels, at least one in either direction.
+    void fill_band(double x, double y, double w, double h, const std::string& color,
+                   double alpha = 1);
     void rounded_rect(double x, double y, double w, double h, double r);  // the path alone
     void fill_rounded(double x, double y, double w, double h, double r, const std::string& color,
                       double alpha);
@@ -272,7 +293,7 @@ class App {
                          const std::string& color, bool bold, bool mono);
     // Cuts in the middle, so that a name's ending stays readable. The width painted.
     double draw_text_clipped(const std::string& text, double x, double y, double max_w, double size,
-                             const std::string& color, bool bold, bool mono);
+                             const std::string& color, bool bold, bool mono, double alpha = 1);
     // Several lines, wrapped; y is the top. The height they take. Measures alone without a colour.
     // In the interface's font unless another family is named.
     double wrapped_text(const std::string& text, double x, double y, double max_w, double size,
@@ -289,9 +310,13 @@ class App {
     [[nodiscard]] static const char* hit_name(Hit hit);
 
     void draw_header(double y, double w);
+
+    // --- Bridge and status bar (app_bridge.cpp) -----------------------------------------------
+
     void draw_bridge(double x, double y, double w, double h);
     void draw_direction(double left, double right, double y);
     void draw_status_bar(double y, double w);
+    double draw_status_note(double y, double w, double right_end);
 
     // --- Panes (app_panes.cpp) ----------------------------------------------------------------
 
@@ -310,9 +335,8 @@ class App {
                           double w);
     void draw_pane_rows(const Pane& pane, bool right, const Columns& columns, double x, double y,
                         double w, double h);
-    void draw_row(const Pane& pane, bool right, const Columns& columns, int index, double x,
-                  double y, double w);
-    void draw_row_back(const Pane& pane, bool right, int index, double x, double y, double w);
+    void draw_row(const RowList& list, int index, double y);
+    void draw_row_back(const RowList& list, int index, double y, double w);
     void draw_rename_box(const Pane& pane, double x, double y, double room);
     void draw_reload_flash(double x, double y, double w, double h);
     void draw_pane_hscroll(bool right, double x, double y);

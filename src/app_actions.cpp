@@ -79,7 +79,7 @@ void App::perform(Action action, int) {
 // The reasons are for the log and no texts of the interface.
 bool App::action_enabled(Action action, std::string* reason) const {
     const Pane& pane = active_pane();
-    const size_t count = pane.action_entries().size();
+    const int count = pane.selected_count();
     switch (action) {
     case Action::Rename:
         return count == 1 || deny(reason, "Umbenennen braucht genau einen Eintrag");
@@ -108,7 +108,7 @@ bool App::action_enabled(Action action, std::string* reason) const {
     case Action::Delete:
     case Action::DeleteToTrash:
     case Action::DeletePermanent:
-        return !pane.selected_paths().empty() || deny(reason, "nichts ausgewaehlt");
+        return pane.has_selection() || deny(reason, "nichts ausgewaehlt");
     default:
         return true;  // the rule for all others
     }

@@ -89,10 +89,9 @@ App::Size App::overlay_size(double window_w, double window_h) {
     case Overlay::ConfirmDelete:
         return {560, confirm_delete_height(active_pane().selected_count())};
     case Overlay::Errors:
-        // Work may have failed at more since the frame's snapshots.
-        return {640, std::min(errors_height(copy_engine::instance().snapshot().failures.size() +
-                                            BgTask::instance().snapshot().failures.size()),
-                              window_h - 120)};
+        return {640,
+                std::min(errors_height(m_frame_copy.failures.size() + m_frame_bg.failures.size()),
+                         window_h - 120)};
     case Overlay::Message: {
         const double text_h = wrapped_text(m_overlay_text, 0, 0, kMessageText, 12.5, nullptr);
         return {460, std::min({text_h + 126, window_h - 90, 560.0})};

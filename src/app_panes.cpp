@@ -148,12 +148,13 @@ void App::draw_pane_frame(bool right, double x, double y, double w, double h) {
     const bool active = right == m_active_right;
     const bool drop_target = m_drag_active && m_drag_inside && m_drag_target_right == right;
     const double inset = drop_target ? 2 : 1.5;
+    const Rect area = whole_pixels(x, y, w, h);
     if (drop_target)
         set_color(m_palette.ok, 1);
     else
         set_color(active ? m_palette.source_tint : m_palette.target_tint, active ? 1 : 0.45);
-    cairo_rectangle(m_cr, x + inset, y + inset, std::max(0.0, w - 2 * inset),
-                    std::max(0.0, h - 2 * inset));
+    cairo_rectangle(m_cr, area.x + inset, area.y + inset, std::max(0.0, area.w - 2 * inset),
+                    std::max(0.0, area.h - 2 * inset));
     cairo_set_line_width(m_cr, drop_target || active ? 4 : 1.5);
     cairo_stroke(m_cr);
 }
@@ -165,9 +166,8 @@ void App::draw_pane_frame(bool right, double x, double y, double w, double h) {
 void App::draw_pane_banner(bool right, double x, double y, double w) {
     const bool active = right == m_active_right;
     const double centre = y + Layout::banner_h / 2;
-    const double bottom = pixel_edge(y + Layout::banner_h);
-    fill_rect(x - 1, y - 1, w + 2, bottom - y + 1,
-              active ? m_palette.source_tint : m_palette.target_tint, 1);
+    fill_band(x - 1, y - 1, w + 2, Layout::banner_h + 1,
+              active ? m_palette.source_tint : m_palette.target_tint);
     add_hit(x, y, w, Layout::banner_h, Hit::PaneBanner, 0, right);
 
     constexpr double kMargin = 14;
@@ -196,8 +196,7 @@ void App::draw_pane_banner(bool right, double x, double y, double w) {
 }
 
 void App::draw_drive_bar(const Pane& pane, double x, double y, double w) {
-    fill_rect(x, pixel_edge(y), w, pixel_edge(y + Layout::drive_h) - pixel_edge(y), m_palette.bar,
-              1);
+    fill_band(x, y, w, Layout::drive_h, m_palette.bar);
     const dir_lister::Listing& listing = pane.listing();
     draw_text_clipped(
         I18n::instance().trf("status.folder_summary", listing.dir_count, listing.file_count) +
@@ -207,9 +206,7 @@ void App::draw_drive_bar(const Pane& pane, double x, double y, double w) {
 
 void App::draw_path_bar(const Pane& pane, bool right, double x, double y, double w) {
     const bool active = right == m_active_right;
-    const double top = pixel_edge(y);
-    fill_rect(x, top, w, pixel_edge(y + Layout::path_h) - top,
-              active ? m_palette.header_active : m_palette.header, 1);
+    fill_band(x, y, w, Layout::path_h, active ? m_palette.header_active : m_palette.header);
     add_hit(x, y, w, Layout::path_h, Hit::PathBar, 0, right);
     if (m_path_edit == (right ? 1 : 0))
         draw_path_editor(x, y, w);
@@ -261,7 +258,7 @@ void App::draw_breadcrumb(const std::string& path, bool right, double x, double 
 
 void App::draw_path_editor(double x, double y, double w) {
     constexpr double kHeight = Layout::path_h;
-    fill_rect(x, pixel_edge(y), w, pixel_edge(y + kHeight) - pixel_edge(y), m_palette.control, 1);
+    fill_band(x, y, w, kHeight, m_palette.control);
     set_color(m_path_error.empty() ? m_palette.accent : m_palette.danger, 1);
     cairo_rectangle(m_cr, x + 1, y + 1, std::max(0.0, w - 2), 24);
     cairo_set_line_width(m_cr, 2);
@@ -280,15 +277,14 @@ void App::draw_path_editor(double x, double y, double w) {
 }
 
 void App::draw_path_error(double x, double y, double w) {
-    fill_rect(x, y, w, 20, m_palette.danger_bg, 1);
-    fill_rect(x, y, 3, 20, m_palette.danger, 1);
+    fill_band(x, y, w, 20, m_palette.danger_bg);
+    fill_band(x, y, 3, 20, m_palette.danger);
     draw_text_clipped(m_path_error, x + 10, y + 10, w - 20, 11, m_palette.danger, false, false);
 }
 
 void App::draw_search_bar(const Pane& pane, bool right, double x, double y, double w) {
     const bool focus = m_search_pane == (right ? 1 : 0);
-    const double top = pixel_edge(y);
-    fill_rect(x, top, w, pixel_edge(y + Layout::search_h) - top, m_palette.header, 1);
+    fill_band(x, y, w, Layout::search_h, m_palette.header);
 
     const double bx = x + 10, by = y + 3, bw = w - 20, bh = 22;
     const double centre = by + bh / 2;
@@ -347,11 +343,10 @@ void App::draw_pane_header(const Pane& pane, bool right, const Columns& columns,
                            double w) {
     constexpr double kHeight = Layout::head_h;
     const bool active = right == m_active_right;
-    const double top = pixel_edge(y);
-    fill_rect(x, top, w, pixel_edge(y + kHeight) - top,
-              active ? mix_hex(m_palette.header, m_palette.bar, 0.13) : m_palette.header, 1);
+    fill_band(x, y, w, kHeight,
+              active ? mix_hex(m_palette.header, m_palette.bar, 0.13) : m_palette.header);
     const double rule_h = active ? 2 : 1;
-    fill_rect(x, y + kHeight - rule_h, w, rule_h, m_palette.divider, 1);
+    fill_band(x, y + kHeight - rule_h, w, rule_h, m_palette.divider);
     add_hit(x, y, w, kHeight, Hit::PaneHeaderMenu, 0, right);
 
     const double centre = y + kHeight / 2;
@@ -416,39 +411,44 @@ void App::draw_pane_rows(const Pane& pane, bool right, const Columns& columns, d
         const int first = std::max(0, pane.scroll());
         const int end = std::min(static_cast<int>(listing.entries.size()),
                                  first + static_cast<int>(std::ceil(h / kRow)));
+        const RowList list{pane,
+                           right,
+                           columns,
+                           I18n::instance().date_format(),
+                           pane.rename_target(),
+                           x,
+                           m_pane_view_w[right ? 1 : 0]};
         for (int i = first; i < end; ++i) {
-            draw_row_back(pane, right, i, x, y + kRow * (i - first), w);
+            draw_row_back(list, i, y + kRow * (i - first), w);
             add_hit(x, y + kRow * (i - first), w, kRow, Hit::PaneRow, i, right);
         }
         // No text shows through the vertical scrollbar.
-        const double view_w = m_pane_view_w[right ? 1 : 0];
-        clip_to(x, y, view_w, h);
+        clip_to(x, y, list.w, h);
         for (int i = first; i < end; ++i)
-            draw_row(pane, right, columns, i, x, y + kRow * (i - first), view_w);
+            draw_row(list, i, y + kRow * (i - first));
     }
     cairo_restore(m_cr);
     clip_hits(first_hit, x, y, w, h);
 }
 
-void App::draw_row_back(const Pane& pane, bool right, int index, double x, double y, double w) {
-    const bool active = right == m_active_right;
-    const double top = pixel_edge(y);
-    const double height = pixel_edge(y + kRow) - top;
-    if (pane.is_selected(index))
-        fill_rect(x, top, w, height, m_palette.selection, active ? 1 : 0.45);
+void App::draw_row_back(const RowList& list, int index, double y, double w) {
+    const bool active = list.right == m_active_right;
+    const double x = list.x;
+    if (list.pane.is_selected(index))
+        fill_band(x, y, w, kRow, m_palette.selection, active ? 1 : 0.45);
     else if (active && index % 2 == 1)
-        fill_rect(x, top, w, height, m_palette.row_alt, 1);
+        fill_band(x, y, w, kRow, m_palette.row_alt);
 
-    const bool dragged_over = m_drag_active && m_drag_inside && m_drag_target_right == right;
+    const bool dragged_over = m_drag_active && m_drag_inside && m_drag_target_right == list.right;
     if (dragged_over && m_drag_row == index) {
-        fill_rect(x, top, w, height, m_palette.ok, 0.3);
+        fill_band(x, y, w, kRow, m_palette.ok, 0.3);
         set_color(m_palette.ok, 1);
         cairo_rectangle(m_cr, x + 1, y + 1, w - 2, 22);
         cairo_set_line_width(m_cr, 2);
         cairo_stroke(m_cr);
     }
-    if (active && index == pane.cursor()) {
-        fill_rect(x, top, 4, height, m_palette.source_tint, 1);
+    if (active && index == list.pane.cursor()) {
+        fill_band(x, y, 4, kRow, m_palette.source_tint);
         set_color(m_palette.source_tint, 0.55);
         cairo_rectangle(m_cr, x + 0.5, y + 0.5, w - 1, 23);
         cairo_set_line_width(m_cr, 1);
@@ -456,14 +456,14 @@ void App::draw_row_back(const Pane& pane, bool right, int index, double x, doubl
     }
 }
 
-void App::draw_row(const Pane& pane, bool right, const Columns& columns, int index, double x,
-                   double y, double w) {
-    const FsEntry& entry = pane.entries()[static_cast<size_t>(index)];
-    const bool marked = right == m_active_right && pane.is_selected(index);
+void App::draw_row(const RowList& list, int index, double y) {
+    const FsEntry& entry = list.pane.entries()[static_cast<size_t>(index)];
+    const bool marked = list.right == m_active_right && list.pane.is_selected(index);
     const double centre = y + kRow / 2;
     const std::string& color = marked ? m_palette.selection_text : name_color(m_palette, entry);
-    double text_x = columns.name_x;
-    double room = columns.name_w;
+    const double view_end = list.x + list.w;
+    double text_x = list.columns.name_x;
+    double room = list.columns.name_w;
     if (entry.is_dir_like() || entry.kind == FsEntry::Kind::Parent) {
         set_color(color, 1);
         // Its edge stands left of the names, so that a gap is left to the folder's own.
@@ -471,19 +471,17 @@ void App::draw_row(const Pane& pane, bool right, const Columns& columns, int ind
         text_x += kFolderSymbol;
         room -= kFolderSymbol;
     }
-    const bool renamed = pane.renaming() && pane.rename_target() == index;
-    if (!renamed) {
+    if (index != list.renamed) {
         // Marks stacked on a letter would reach into the rows above and below.
         cairo_save(m_cr);
         clip_to(text_x - 2, y, room + 2, kRow);
         draw_text_clipped(row_text(entry), text_x, centre, room, kNameSize, color, false, false);
         cairo_restore(m_cr);
     }
-    const char* date_format = I18n::instance().date_format();
-    for (const PlacedColumn& column : columns.placed) {
-        if (column.x >= x + w)
+    for (const PlacedColumn& column : list.columns.placed) {
+        if (column.x >= view_end)
             break;
-        const std::string text = column_text(column.spec->id, entry, date_format);
+        const std::string text = column_text(column.spec->id, entry, list.date_format);
         const bool unknown = column.spec->id == ColumnId::Created && entry.btime == 0;
         const std::string& plain = unknown ? m_palette.dim : m_palette.secondary;
         const double text_w = std::min(text_width(text, 11, false, false), column.w - 6);
@@ -491,8 +489,8 @@ void App::draw_row(const Pane& pane, bool right, const Columns& columns, int ind
                           marked ? m_palette.selection_text : plain, false, false);
     }
     // Last, since it may cover the columns.
-    if (renamed)
-        draw_rename_box(pane, text_x, y, x + w - 3 - text_x);
+    if (index == list.renamed)
+        draw_rename_box(list.pane, text_x, y, view_end - 3 - text_x);
 }
 
 // x is where the name's text would begin.
@@ -530,9 +528,8 @@ void App::draw_pane_hscroll(bool right, double x, double y) {
     const bool scrolls = hidden_w > 0.01;
     m_pane_htrack_x[side] = x;
     m_pane_htrack_w[side] = view_w;
-    const double top = pixel_edge(y);
-    fill_rect(x, top, view_w, pixel_edge(y + kHeight) - top, m_palette.header, 1);
-    fill_rect(x, y, view_w, 1, m_palette.divider, 1);
+    fill_band(x, y, view_w, kHeight, m_palette.header);
+    fill_band(x, y, view_w, 1, m_palette.divider);
 
     const double thumb_w = std::max(40.0, scrolls ? view_w / content_w * view_w : view_w);
     const double free_w = std::max(0.0, view_w - thumb_w);
@@ -549,8 +546,7 @@ void App::draw_pane_vscroll(const Pane& pane, bool right, double x, double y, do
     if (h <= 0 || count <= rows)
         return;
     const double track_x = x + w - kScrollbar;
-    const double top = pixel_edge(y);
-    fill_rect(track_x, top, kScrollbar, pixel_edge(y + h) - top, m_palette.progress_track, 0.5);
+    fill_band(track_x, y, kScrollbar, h, m_palette.progress_track, 0.5);
     const double thumb_h = std::min(h, std::max(28.0, static_cast<double>(rows) / count * h));
     const double share = static_cast<double>(pane.scroll()) / (count - rows);
     const double thumb_y = y + share * (h - thumb_h);

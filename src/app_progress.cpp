@@ -58,10 +58,10 @@ std::string transfer_detail(const copy_engine::Progress& p) {
 
 void App::draw_progress(double y, double w) {
     const double h = m_layout.progress_h;
-    fill_rect(0, y, w, h, m_palette.bar, 1);
-    fill_rect(0, y, w, 1, m_palette.divider, 1);
-    const bool copying = m_frame_copy.running;
-    if (!copying && !m_frame_bg.running) {
+    fill_band(0, y, w, h, m_palette.bar);
+    fill_band(0, y, w, 1, m_palette.divider);
+    const bool copying = m_frame_copy.running || (m_transfer_was_running && !m_frame_bg.running);
+    if (!frame_shows_work()) {
         draw_result_line(y, w, h);
         return;
     }

@@ -1,4 +1,4 @@
-// The frame: layout, painting primitives, hit rectangles, and the plain bands around the panes.
+// The frame: layout, painting primitives, hit rectangles, and the plain band above the panes.
 //
 // All lengths are logical units with the origin at the window's upper left corner; the one scaling
 // by m_ui_scale happens in draw_frame(). GTK's own device scale is already in the Cairo context.
@@ -21,6 +21,10 @@ namespace {
 struct SharedLayout {
     PangoLayout* layout = nullptr;
     cairo_t* made_for = nullptr;
+    std::string family;  // what it is set to; empty: nothing yet
+    double size = 0;
+    bool bold = false;
+    std::string text;
 };
 
 SharedLayout g_shared;
@@ -38,9 +42,9 @@ std::string font_family(bool mono) {
     return chosen.empty() ? I18n::instance().ui_font_family() : chosen;
 }
 
-void set_font(PangoLayout* layout, double size, bool bold, bool mono) {
+void set_font(PangoLayout* layout, const std::string& family, double size, bool bold) {
     PangoFontDescription* font = pango_font_description_new();
-    pango_font_description_set_family(font, font_family(mono).c_str());
+    pango_font_description_set_family(font, family.c_str());
     pango_font_description_set_absolute_size(font, size * PANGO_SCALE);
     if (bold)
         pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
@@ -67,8 +71,19 @@ PangoLayout* layout_for(cairo_t* cr, const std::string& text, double size, bool 
         // A file name may hold a line end; it must not spill into the row below.
         pango_layout_set_single_paragraph_mode(g_shared.layout, TRUE);
     }
-    set_font(g_shared.layout, size, bold, mono);
-    set_text(g_shared.layout, text);
+    // Most texts are measured and then painted, and neighbours share a font. What is set anew is
+    // laid out anew.
+    std::string family = font_family(mono);
+    if (family != g_shared.family || size != g_shared.size || bold != g_shared.bold) {
+        set_font(g_shared.layout, family, size, bold);
+        g_shared.family = std::move(family);
+        g_shared.size = size;
+        g_shared.bold = bold;
+    }
+    if (text != g_shared.text) {
+        set_text(g_shared.layout, text);
+        g_shared.text = text;
+    }
     return g_shared.layout;
 }
 
@@ -165,7 +180,7 @@ App::Layout App::compute_layout(double w, double h) const {
     Layout l;
     l.width = w;
     l.height = h;
-    if (busy()) {
+    if (frame_shows_work()) {
         l.progress_h = 76;
     } else {
         const double left = m_progress_hold_until > 0 ? m_progress_hold_until - now_seconds() : 0;
@@ -177,7 +192,7 @@ App::Layout App::compute_layout(double w, double h) const {
             l.progress_h = m_result.valid ? 34 : 0;
     }
     l.pane_y = l.progress_y + l.progress_h;
-    l.status_y = h - 24;
+    l.status_y = h - Layout::status_h;
     l.pane_h = l.status_y - l.pane_y;
     l.left_w = std::floor((w - l.bridge_w) / 2);
     l.bridge_x = l.left_w;
@@ -201,26 +216,23 @@ int App::rows_in_view(bool right) const {
 
 // --- Painting primitives ----------------------------------------------------------------------
 
-double App::pixel_edge(double y) const {
-    double x = 0;
-    cairo_user_to_device(m_cr, &x, &y);
-    y = std::round(y);
-    cairo_device_to_user(m_cr, &x, &y);
-    return y;
-}
-
-void App::clip_to(double x, double y, double w, double h) {
+App::Rect App::whole_pixels(double x, double y, double w, double h, double at_least) const {
     double right = x + w;
     double bottom = y + h;
     cairo_user_to_device(m_cr, &x, &y);
     cairo_user_to_device(m_cr, &right, &bottom);
     x = std::round(x);
     y = std::round(y);
-    right = std::round(right);
-    bottom = std::round(bottom);
+    right = std::max(std::round(right), x + at_least);
+    bottom = std::max(std::round(bottom), y + at_least);
     cairo_device_to_user(m_cr, &x, &y);
     cairo_device_to_user(m_cr, &right, &bottom);
-    cairo_rectangle(m_cr, x, y, std::max(0.0, right - x), std::max(0.0, bottom - y));
+    return {x, y, right - x, bottom - y};
+}
+
+void App::clip_to(double x, double y, double w, double h) {
+    const Rect area = whole_pixels(x, y, w, h);
+    cairo_rectangle(m_cr, area.x, area.y, area.w, area.h);
     cairo_clip(m_cr);
 }
 
@@ -236,6 +248,14 @@ void App::fill_rect(double x, double y, double w, double h, const std::string& c
     set_color(color, alpha);
     cairo_rectangle(m_cr, x, y, w, h);
     cairo_fill(m_cr);
+}
+
+void App::fill_band(double x, double y, double w, double h, const std::string& color,
+                    double alpha) {
+    if (w <= 0 || h <= 0)
+        return;
+    const Rect area = whole_pixels(x, y, w, h, 1);
+    fill_rect(area.x, area.y, area.w, area.h, color, alpha);
 }
 
 void App::rounded_rect(double x, double y, double w, double h, double r) {
@@ -291,12 +311,13 @@ void App::draw_text_right(const std::string& text, double right_x, double y, dou
 }
 
 double App::draw_text_clipped(const std::string& text, double x, double y, double max_w,
-                              double size, const std::string& color, bool bold, bool mono) {
+                              double size, const std::string& color, bool bold, bool mono,
+                              double alpha) {
     if (text.empty() || max_w <= 0)
         return 0;
     const double width = text_width(text, size, bold, mono);
     if (width <= max_w) {
-        draw_text(text, x, y, size, color, bold, mono, 1);
+        draw_text(text, x, y, size, color, bold, mono, alpha);
         return width;
     }
     PangoLayout* layout = layout_for(m_cr, text, size, bold, mono);
@@ -304,7 +325,7 @@ double App::draw_text_clipped(const std::string& text, double x, double y, doubl
     pango_layout_set_ellipsize(layout, PANGO_ELLIPSIZE_MIDDLE);
     int height = 0;
     pango_layout_get_pixel_size(layout, nullptr, &height);
-    set_color(color, 1);
+    set_color(color, alpha);
     cairo_move_to(m_cr, x, y - height / 2.0);
     pango_cairo_show_layout(m_cr, layout);
     pango_layout_set_width(layout, -1);
@@ -392,114 +413,14 @@ const char* App::hit_name(Hit hit) {
     return "?";
 }
 
-// --- The bands around the panes ---------------------------------------------------------------
+// --- The band above the panes -----------------------------------------------------------------
 
 // Menu strip and header as one calm band with the program's name.
 void App::draw_header(double y, double w) {
     const double bottom = y + m_layout.header_h;
-    fill_rect(0, 0, w, bottom, m_palette.bar, 1);
-    fill_rect(0, bottom - 1, w, 1, m_palette.divider, 1);
+    fill_band(0, 0, w, bottom, m_palette.bar);
+    fill_band(0, bottom - 1, w, 1, m_palette.divider);
     const double centre = bottom / 2;
     draw_text("Ferrodeck", 20, centre, 15, m_palette.text, true, false, 1);
     draw_text_right("v" FERRODECK_VERSION, w - 10, centre, 11, m_palette.secondary, false, false);
-}
-
-// An arrow from the source to the target, in the colours of both.
-void App::draw_direction(double left, double right, double y) {
-    const double tail = m_active_right ? right : left;
-    const double tip = m_active_right ? left : right;
-    const double neck = tail + 0.7 * (tip - tail);
-    cairo_pattern_t* gradient = cairo_pattern_create_linear(tail, y, tip, y);
-    Rgb source{1, 0, 1};
-    Rgb target{1, 0, 1};
-    (void)hex_to_rgb(m_palette.source_tint, source);
-    (void)hex_to_rgb(m_palette.target_tint, target);
-    cairo_pattern_add_color_stop_rgb(gradient, 0, source.r, source.g, source.b);
-    cairo_pattern_add_color_stop_rgb(gradient, 1, target.r, target.g, target.b);
-    cairo_set_source(m_cr, gradient);
-    cairo_pattern_destroy(gradient);
-    cairo_move_to(m_cr, tail, y);
-    cairo_line_to(m_cr, neck, y);
-    cairo_set_line_width(m_cr, 4);
-    cairo_stroke(m_cr);
-    cairo_move_to(m_cr, tip, y);
-    cairo_line_to(m_cr, neck, y - 9);
-    cairo_line_to(m_cr, neck, y + 9);
-    cairo_close_path(m_cr);
-    cairo_fill(m_cr);
-}
-
-// Three commands with their keys, 64 wide and 10 in from the bridge's edges.
-void App::draw_bridge(double x, double y, double w, double h) {
-    struct Button {
-        const char* label;
-        const char* key;
-        Hit hit;
-    };
-    static constexpr Button kButtons[] = {
-        {"bridge.copy", "F5", Hit::BridgeCopy},
-        {"bridge.move", "F6", Hit::BridgeMove},
-        {"bridge.refresh", "Ctrl+R", Hit::BridgeRefresh},
-    };
-    constexpr double kHeight = 40;
-    constexpr double kGap = 10;
-    fill_rect(x, y, w, h, m_palette.window, 1);
-    draw_direction(x + 10, x + w - 10, y + 26);
-    const bool working = frame_busy();
-    double by = y + std::max(44.0, (h - 3 * kHeight - 2 * kGap) / 2);
-    for (const Button& button : kButtons) {
-        if (by + kHeight > y + h)
-            break;  // a window this low has the keys
-        const double bx = x + 10;
-        const double bw = w - 20;
-        const HitRect* hover = hovered();
-        const bool hot = !working && hover && hover->what == button.hit;
-        const double alpha = working ? 0.4 : 1;
-        fill_rounded(bx, by, bw, kHeight, 4, hot ? m_palette.control_hover : m_palette.control,
-                     alpha);
-        stroke_rounded(bx, by, bw, kHeight, 4, m_palette.control_edge, alpha, 1);
-        const std::string label = tr(button.label);
-        draw_text(label, bx + (bw - text_width(label, 11, false, false)) / 2, by + 13, 11,
-                  m_palette.control_text, false, false, alpha);
-        draw_text(button.key, bx + (bw - text_width(button.key, 11, false, false)) / 2, by + 28, 11,
-                  m_palette.secondary, false, false, alpha);
-        if (!working)
-            add_hit(bx, by, bw, kHeight, button.hit, 0, !m_active_right, label);
-        by += kHeight + kGap;
-    }
-}
-
-void App::draw_status_bar(double y, double w) {
-    fill_rect(0, y, w, 24, m_palette.bar, 1);
-    fill_rect(0, y, w, 1, m_palette.divider, 1);
-    const double centre = y + 12;
-    const Pane& pane = active_pane();
-    const dir_lister::Listing& listing = pane.listing();
-    const std::string summary =
-        I18n::instance().trf("status.folder_summary", listing.dir_count, listing.file_count) +
-        "  ·  " + fmt::bytes(listing.total_bytes);
-    draw_text(summary, 10, centre, 11, m_palette.secondary, false, false, 1);
-
-    const std::string side = tr(m_active_right ? "status.right_active" : "status.left_active");
-    const double side_w = text_width(side, 11, false, false) + 16;
-    fill_rounded(w - 10 - side_w, y + 3, side_w, 18, 4, m_palette.source_bg, 1);
-    draw_text_right(side, w - 10 - 8, centre, 11, m_palette.source_tint, false, false);
-
-    const double flash_left = m_flash_until > 0 ? m_flash_until - now_seconds() : 0;
-    if (flash_left <= 0)
-        m_flash_until = 0;
-    std::string note;
-    if (m_flash_until > 0)
-        note = m_flash_text;
-    else if (pane.has_selection())
-        note = I18n::instance().trf("status.selected", pane.selected_count()) + "  ·  " +
-               fmt::bytes(pane.selected_bytes());
-    if (note.empty())
-        return;
-    // The last half second of a flash fades out.
-    const double alpha = m_flash_until > 0 ? std::min(1.0, 2 * flash_left) : 1;
-    const double pill_w = text_width(note, 11, false, false) + 16;
-    const double px = (w - pill_w) / 2;
-    fill_rounded(px, y + 3, pill_w, 18, 4, m_palette.ok_bg, m_flash_until > 0 ? 0.9 * alpha : 0.5);
-    draw_text(note, px + 8, centre, 11, m_palette.ok, false, false, alpha);
 }

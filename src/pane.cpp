@@ -294,7 +294,8 @@ std::vector<std::string> Pane::selected_paths() const {
 }
 
 int Pane::selected_count() const {
-    return static_cast<int>(action_entries().size());
+    return m_selected.empty() ? (is_ordinary(m_cursor) ? 1 : 0)
+                              : static_cast<int>(m_selected.size());
 }
 
 int64_t Pane::selected_bytes() const {
@@ -414,6 +415,9 @@ void Pane::cancel_rename() {
 int Pane::rename_target() const {
     if (!renaming() || m_path != m_rename_path)
         return -1;
+    const auto started_at = static_cast<size_t>(m_rename_index);
+    if (in_range(m_rename_index) && entries()[started_at].name == m_rename_name)
+        return m_rename_index;  // most often; each frame asks
     return index_of(m_rename_name);
 }
 

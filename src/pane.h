@@ -82,8 +82,8 @@ class Pane {
     [[nodiscard]] std::vector<const FsEntry*> action_entries() const;
     [[nodiscard]] std::vector<std::string> action_paths() const;
     [[nodiscard]] std::vector<std::string> selected_paths() const;  // the selection alone
-    [[nodiscard]] int selected_count() const;
-    [[nodiscard]] int64_t selected_bytes() const;  // folders add nothing
+    [[nodiscard]] int selected_count() const;                       // of all these
+    [[nodiscard]] int64_t selected_bytes() const;                   // folders add nothing
 
     // --- Scrolling, in rows. visible_rows is how many whole rows are in view. -------------------
 

@@ -330,14 +330,32 @@ TEST(AppLayout, the_held_band_shrinks_over_the_last_half_second) {
     EXPECT_EQ(app.compute_layout(1100, 720).progress_h, 34);
 }
 
-TEST(AppLayout, work_opens_the_band) {
+TEST(AppLayout, work_opens_the_band_in_the_frame_that_sees_it) {
     App app;
     ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
         while (reporter.keep_going())
             g_usleep(1000);
     }));
+    EXPECT_EQ(app.compute_layout(1100, 720).progress_h, 0);
+    app.m_frame_bg = BgTask::instance().snapshot();
     EXPECT_EQ(app.compute_layout(1100, 720).progress_h, 76);
     BgTask::instance().cancel();
+    app.m_frame_bg = {};
+    app.m_frame_copy.running = true;
+    EXPECT_EQ(app.compute_layout(1100, 720).progress_h, 76);
+}
+
+// A frame between the end of a run and the tick that makes its result would have no band, and the
+// panes would jump up and down again.
+TEST(AppLayout, the_band_stays_until_the_tick_has_seen_the_end) {
+    for (bool App::*seen_last : {&App::m_transfer_was_running, &App::m_bgtask_was_running}) {
+        App app;
+        app.*seen_last = true;
+        EXPECT_EQ(app.compute_layout(1100, 720).progress_h, 76);
+        app.*seen_last = false;
+        app.m_result.valid = true;
+        EXPECT_EQ(app.compute_layout(1100, 720).progress_h, 34);
+    }
 }
 
 TEST(AppLayout, rows_in_view_is_what_the_painted_bands_leave) {
@@ -515,7 +533,7 @@ TEST_F(AppTest, the_window_is_filled_with_its_colours) {
         app().apply_theme();
         frame();
         const Palette& p = app().m_palette;
-        EXPECT_EQ(pixel(550, 200), p.window) << theme;       // bridge
+        EXPECT_EQ(pixel(513, 200), p.window) << theme;       // bridge
         EXPECT_EQ(pixel(400, 10), p.bar) << theme;           // header
         EXPECT_EQ(pixel(300, 600), p.pane_active) << theme;  // active side
         EXPECT_EQ(pixel(900, 600), p.pane) << theme;

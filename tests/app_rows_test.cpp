@@ -349,6 +349,25 @@ TEST_F(PanePaint, a_reload_flashes_for_045_seconds) {
     EXPECT_EQ(app().m_reload_flash_until, 0);
 }
 
+// The name may have moved since the rename began.
+TEST_F(PanePaint, the_rename_box_follows_its_entry) {
+    files(4);
+    start();
+    pane().set_cursor(2, true);
+    app().perform(Action::Rename, 0);
+    pane().set_sort_order({dir_lister::SortKey::Name, false, true});
+    frame();
+    const Palette& p = app().m_palette;
+    for (const int row : {1, 2, 3, 4}) {
+        const bool renamed = row == pane().rename_target();
+        EXPECT_EQ(has(p.control, 300, row_y(row) + 5, 50, 14) &&
+                      has(p.accent, 300, row_y(row) + 21, 50, 2),
+                  renamed)
+            << row;
+    }
+    EXPECT_EQ(pane().rename_target(), 3);
+}
+
 // --- Hostile places and names -----------------------------------------------------------------
 
 TEST_F(PanePaint, without_room_for_rows_nothing_leaves_its_band) {
@@ -365,11 +384,11 @@ TEST_F(PanePaint, without_room_for_rows_nothing_leaves_its_band) {
             frame(std::max(1, width), std::max(1, height));
             const App::Layout& l = app().m_layout;
             for (const App::HitRect& rect : app().m_hits) {
-                if (rect.what == App::Hit::BridgeCopy || rect.what == App::Hit::BridgeMove ||
-                    rect.what == App::Hit::BridgeRefresh || rect.what == App::Hit::ResultDismiss)
+                if (rect.what == App::Hit::ResultDismiss)
                     continue;
-                const double x = rect.right ? l.right_x : l.left_x;
-                const double w = rect.right ? l.right_w : l.left_w;
+                const bool bridge = std::string(App::hit_name(rect.what)).starts_with("Bridge");
+                const double x = bridge ? l.bridge_x : rect.right ? l.right_x : l.left_x;
+                const double w = bridge ? l.bridge_w : rect.right ? l.right_w : l.left_w;
                 EXPECT_GE(rect.x, x) << App::hit_name(rect.what);
                 EXPECT_LE(rect.x + rect.w, x + w) << App::hit_name(rect.what);
                 EXPECT_GE(rect.y, l.pane_y) << App::hit_name(rect.what);
@@ -460,6 +479,39 @@ TEST_F(PanePaint, a_name_with_line_breaks_and_direction_marks_stays_in_its_cell)
         ASSERT_EQ(pane().entries().size(), 2U);
         EXPECT_EQ(columns_of(1), size_and_date) << name;
         EXPECT_EQ(rows_around(1), around) << name;
+    }
+}
+
+// A name that turns the direction around would swap itself with the target of the link.
+TEST_F(PanePaint, a_link_reads_from_its_name_to_its_target_in_every_direction) {
+    const std::string override_mark = "\xe2\x80\xae";
+    const std::string hebrew = "\xd7\xa9\xd7\x9c\xd7\x95\xd7\x9d";
+    const std::string names[] = {"aaaa", hebrew, override_mark + "aaaa",
+                                 "\xe2\x81\xa9" + override_mark + "aa",
+                                 "\xe2\x81\xa7"
+                                 "aaaa"};
+    for (const std::string& name : names) {
+        FsEntry entry;
+        entry.kind = FsEntry::Kind::Symlink;
+        entry.name = name;
+        entry.link_target = "zz";
+        const std::string text = row_text(entry);
+        cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 10, 10);
+        cairo_t* cr = cairo_create(surface);
+        PangoLayout* layout = pango_cairo_create_layout(cr);
+        pango_layout_set_single_paragraph_mode(layout, TRUE);
+        pango_layout_set_text(layout, text.c_str(), -1);
+        const auto x_of = [&](const std::string& part) {
+            PangoRectangle place;
+            pango_layout_index_to_pos(layout, static_cast<int>(text.find(part)), &place);
+            return std::min(place.x, place.x + place.width);
+        };
+        const std::string letter = name == hebrew ? "\xd7\x9c" : "a";
+        EXPECT_LT(x_of(letter), x_of("→")) << text;
+        EXPECT_LT(x_of("→"), x_of("zz")) << text;
+        g_object_unref(layout);
+        cairo_destroy(cr);
+        cairo_surface_destroy(surface);
     }
 }
 

@@ -194,8 +194,10 @@ size_t AppTest::count_hits(App::Hit what) const {
 void AppTest::put_cursor_on(const std::string& name, bool on_the_right) {
     Pane& list = pane(on_the_right);
     for (size_t i = 0; i < list.entries().size(); ++i)
-        if (list.entries()[i].name == name)
-            return list.set_cursor(static_cast<int>(i), false);
+        if (list.entries()[i].name == name) {
+            list.set_cursor(static_cast<int>(i), false);
+            return frame();
+        }
     ADD_FAILURE() << "no entry " << name;
 }
 
