@@ -534,10 +534,9 @@ TEST_F(PanePaint, the_last_of_any_number_of_entries_can_be_seen_whole) {
     start();
     for (int n = 1; n <= 60; ++n) {
         write_file(left() + "/file" + std::to_string(n), "x");
-        pane().set_filter("", true);
         for (const bool filter : {false, true}) {
             for (const bool band : {false, true}) {
-                app().m_search_pane = filter ? 0 : -1;
+                pane().set_filter(filter ? "file" : "", true);
                 app().m_progress_hold_until = band ? App::now_seconds() + 100 : 0;
                 app().refresh_both();
                 frame();
@@ -554,6 +553,10 @@ TEST_F(PanePaint, the_last_of_any_number_of_entries_can_be_seen_whole) {
                 key(GDK_KEY_Home);
                 ASSERT_EQ(hit(App::Hit::PaneRow, 0, 0).h, 24);
                 ASSERT_EQ(pane().scroll(), 0);
+                // By the wheel as well, which moves no cursor.
+                app().handle_scroll(100, GDK_SCROLL_SMOOTH, 1000);
+                frame();
+                ASSERT_EQ(hit(App::Hit::PaneRow, n, 0).h, 24) << n << filter << band;
             }
         }
     }
