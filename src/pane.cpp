@@ -21,6 +21,12 @@ bool matches(const std::string& pattern, const std::string& name) {
     return fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
 }
 
+// Shared by all panes, since two of them can change places.
+uint64_t next_number() {
+    static uint64_t last = 0;
+    return ++last;
+}
+
 }  // namespace
 
 // --- Navigation ---------------------------------------------------------------------------------
@@ -35,6 +41,7 @@ void Pane::navigate_to(std::string path, bool show_hidden) {
         m_history_pos = static_cast<int>(m_history.size()) - 1;
     }
     m_path = std::move(path);
+    m_visit = next_number();
     m_anchor = 0;
     cancel_rename();
     // m_wanted_name and m_filter stay: the one is the caller's wish, the other the user's.
@@ -51,6 +58,7 @@ void Pane::reload(bool show_hidden) {
         m_wanted_name = entries()[static_cast<size_t>(m_cursor)].name;
     const std::vector<std::string> names = selected_names();
     m_listing = dir_lister::read(m_path, show_hidden);
+    m_generation = next_number();
     dir_lister::sort(m_listing.entries, m_sort);
     apply_filter();
     select_names(names);
@@ -88,6 +96,7 @@ void Pane::go_forward(bool show_hidden) {
 void Pane::show_history_entry(int position, bool show_hidden) {
     m_history_pos = position;
     m_path = m_history[static_cast<size_t>(position)];
+    m_visit = next_number();
     m_selected.clear();
     m_cursor = 0;
     m_scroll = 0;
@@ -373,6 +382,7 @@ void Pane::set_sort_order(const dir_lister::SortOrder& order) {
     if (has_cursor_row)
         cursor_name = entries()[static_cast<size_t>(m_cursor)].name;
     dir_lister::sort(m_listing.entries, m_sort);
+    m_generation = next_number();
     select_names(names);
     if (has_cursor_row)
         m_cursor = index_of(cursor_name);

@@ -49,6 +49,11 @@ class Pane {
     [[nodiscard]] const std::vector<FsEntry>& entries() const { return m_listing.entries; }
     [[nodiscard]] const dir_lister::Listing& listing() const { return m_listing; }
     [[nodiscard]] int index_of(const std::string& name) const;  // -1: not listed
+    // A number of this order of these entries, which no other one of any pane has: a row counted
+    // under another generation may hold another entry.
+    [[nodiscard]] uint64_t generation() const { return m_generation; }
+    // The same of a stay in a folder. It goes on over reloading, sorting and filtering.
+    [[nodiscard]] uint64_t visit() const { return m_visit; }
     [[nodiscard]] int cursor() const { return m_cursor; }
     [[nodiscard]] int scroll() const { return m_scroll; }
     [[nodiscard]] const std::string& filter() const { return m_filter; }
@@ -133,6 +138,9 @@ class Pane {
     std::string m_path;
     dir_lister::Listing m_listing;  // sorted and filtered; totals are those of the kept rows
     dir_lister::SortOrder m_sort;
+
+    uint64_t m_generation = 0;  // these two are 0 before the first navigation
+    uint64_t m_visit = 0;
 
     // Rows, as indices into m_listing.entries. Whatever replaces or reorders the entries takes them
     // over by name.

@@ -6,8 +6,11 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 using dir_lister::SortKey;
 using test_env::TempDir;
@@ -668,4 +671,63 @@ TEST_F(PaneTest, toggling_the_size_shows_the_largest_first) {
     pane.navigate_to(folder.path(), false);
     pane.toggle_sort_column(SortKey::Size);
     EXPECT_EQ(names(), (Names{"..", "large", "small"}));
+}
+
+// --- Which rows, and of which stay in a folder --------------------------------------------------
+
+TEST_F(PaneTest, whatever_can_move_rows_begins_a_new_generation) {
+    EXPECT_EQ(pane.generation(), 0U);
+    show({"a", "b/", "c"});
+    const std::vector<std::pair<const char*, std::function<void()>>> steps = {
+        {"reload", [this] { pane.reload(false); }},
+        {"sort", [this] { pane.toggle_sort_column(SortKey::Size); }},
+        {"filter", [this] { pane.set_filter("a", false); }},
+        {"filter off", [this] { pane.set_filter("", false); }},
+        {"enter", [this] { pane.navigate_to(folder / "b", false); }},
+        {"up", [this] { pane.go_up(false); }},
+        {"back", [this] { pane.go_back(false); }},
+        {"forward", [this] { pane.go_forward(false); }},
+    };
+    for (const auto& [name, step] : steps) {
+        const uint64_t before = pane.generation();
+        step();
+        EXPECT_NE(pane.generation(), before) << name;
+    }
+    const uint64_t settled = pane.generation();
+    pane.set_cursor(1, true);
+    pane.select_all();
+    pane.set_scroll(1, 1);
+    pane.begin_rename();
+    EXPECT_EQ(pane.generation(), settled);
+}
+
+TEST_F(PaneTest, only_going_somewhere_begins_a_new_visit) {
+    EXPECT_EQ(pane.visit(), 0U);
+    show({"a", "b/"});
+    const uint64_t first = pane.visit();
+    pane.reload(false);
+    pane.toggle_sort_column(SortKey::Size);
+    pane.set_filter("a", false);
+    EXPECT_EQ(pane.visit(), first);
+    const std::vector<std::pair<const char*, std::function<void()>>> steps = {
+        {"the same folder", [this] { pane.navigate_to(folder.path(), false); }},
+        {"enter", [this] { pane.navigate_to(folder / "b", false); }},
+        {"up", [this] { pane.go_up(false); }},
+        {"back", [this] { pane.go_back(false); }},
+        {"forward", [this] { pane.go_forward(false); }},
+    };
+    for (const auto& [name, step] : steps) {
+        const uint64_t before = pane.visit();
+        step();
+        EXPECT_NE(pane.visit(), before) << name;
+    }
+}
+
+// Two panes may change places.
+TEST_F(PaneTest, no_two_panes_share_a_number) {
+    show({"a"});
+    Pane other;
+    other.navigate_to(folder.path(), false);
+    EXPECT_NE(pane.generation(), other.generation());
+    EXPECT_NE(pane.visit(), other.visit());
 }
