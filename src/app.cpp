@@ -118,7 +118,7 @@ gboolean on_motion_cb(GtkWidget*, GdkEventMotion* event, gpointer data) {
 
 gboolean on_scroll_cb(GtkWidget*, GdkEventScroll* event, gpointer data) {
     App& app = app_of(data);
-    app.handle_scroll(event->x / app.m_ui_scale, event->direction, event->delta_y);
+    app.handle_scroll(event->x / app.m_ui_scale, event->direction, event->delta_y, event->state);
     return TRUE;
 }
 

@@ -88,7 +88,7 @@ class App {
         Hit what = Hit::None;
         int param = 0;  // by kind: an index, or an Action
         bool right = false;
-        std::string label;  // the visible text, for the self-test's log; mostly empty
+        std::string label;  // the visible text, for the self-test's log; of a row its entry's name
         bool in_overlay = false;
         bool in_menu = false;
     };
@@ -191,6 +191,21 @@ class App {
         double w;  // without the vertical scrollbar
     };
 
+    // What the number of a row counts on: one order of the entries, during one stay in a folder.
+    // See Pane::generation() and Pane::visit().
+    struct RowOrder {
+        uint64_t generation = 0;
+        uint64_t visit = 0;
+    };
+
+    // An entry by its name, for as long as its pane stays in the folder. Empty: no entry.
+    struct EntryName {
+        uint64_t visit = 0;
+        std::string name;
+
+        bool operator==(const EntryName&) const = default;
+    };
+
     struct Size {
         double w = 0;
         double h = 0;
@@ -202,6 +217,16 @@ class App {
         double w = 0;
         double h = 0;
     };
+
+    // Where a text field was painted, for a click to find its place in the text.
+    struct PaintedField {
+        Rect box;
+        double text_x = 0;  // where its text begins, which may be left of the box
+        double text_size = 0;
+    };
+
+    static constexpr int kNameColumn = -1;  // beside the numbers of ColumnId
+    static constexpr int kNoColumn = -2;
 
     // --- Life cycle, window, tick, saved state (app.cpp) --------------------------------------
 
@@ -302,6 +327,8 @@ class App {
                  bool right = false, const std::string& label = {});
     // Cuts the rectangles from the given one on to an area, and drops what lies outside.
     void clip_hits(size_t first, double x, double y, double w, double h);
+    // The place in a text of a field, in bytes, that is nearest to x. Outside a frame.
+    [[nodiscard]] size_t caret_at(const std::string& text, const PaintedField& field, double x);
     // The topmost rectangle, or null. Valid until the next frame.
     [[nodiscard]] const HitRect* hit_test(double x, double y) const;
     // The rectangle under the pointer, or null. Painters get the one of the frame before, since
@@ -418,7 +445,9 @@ class App {
     void go_up(bool right);
     void start_transfer(bool to_right, bool move);
     bool take_unseen_end();
-    void commit_rename();
+    // Commits the rename of whichever pane has one. False: the name was refused, and a message
+    // says why.
+    bool commit_rename();
     // The bar's menu, a pane's menu and the list of drives. False: none was open.
     bool close_menus();
     static void set_clipboards(const std::string& text);
@@ -491,11 +520,41 @@ class App {
     // --- Pointer (app_pointer.cpp) ------------------------------------------------------------
 
     void handle_click(double x, double y, int button, guint state, guint32 clicks);
-    void click_row(const HitRect& hit, int button, guint state, guint32 clicks);
+    void note_press(const HitRect* hit);
+    void click_hit(const HitRect& hit, double x, double y, int button, guint state);
+    void click_row(const HitRect& hit, double x, double y, int button, guint state, guint32 clicks);
+    void select_row(int row, bool right, int button, guint state);
+    bool click_rename_box(double x, double y);
+    void click_header(const HitRect& hit, int button);
+    void click_path_segment(const HitRect& hit);
+    void click_path_bar(const HitRect& hit, double x);
+    void click_search_bar(const HitRect& hit);
+    void click_command(Action action);
+    // Makes a side the active one. A rename on the other one ends.
+    void activate_side(bool right);
+    // The row that a number, counted in an order that may be gone, stands for now, or -1.
+    [[nodiscard]] int row_now(bool right, int row, const std::string& name,
+                              const RowOrder& order) const;
+    // The row of the press that is pending, or -1 for none.
+    [[nodiscard]] int pressed_row() const;
     void handle_release();
     void handle_motion(double x, double y);
+    void hover_over(const HitRect* hit);
+    void show_cursor(const char* name);  // by its name in CSS; null: the ordinary one
     void handle_leave();
-    void handle_scroll(double x, GdkScrollDirection direction, double delta_y);
+    void handle_scroll(double x, GdkScrollDirection direction, double delta_y, guint state = 0);
+
+    // --- Drags of thumbs, column edges and the grip of a dialogue (app_drag.cpp) --------------
+
+    void begin_drag(const HitRect& hit, double x, double y);
+    bool drag_to(double x, double y);  // false: nothing is being dragged
+    void end_drags();
+    // The widths of a column, -1 being the name's, as they are painted.
+    [[nodiscard]] double column_width_now(int column, bool right) const;
+    void set_column_width(int column, double width);  // in the settings, which are not saved
+    void drag_pane_hscroll(double x);
+    void drag_pane_vscroll(double y);
+    void drag_overlay_grip(double x, double y);
 
     // --- Self-test (app_selftest.cpp) ---------------------------------------------------------
 
@@ -568,6 +627,13 @@ class App {
     double m_pane_view_w[2] = {0, 0};
     double m_pane_htrack_x[2] = {0, 0};
     double m_pane_htrack_w[2] = {0, 0};
+    double m_pane_name_w[2] = {0, 0};    // as painted, like all below
+    double m_pane_vtrack_y[2] = {0, 0};  // these three only with a vertical scrollbar
+    double m_pane_vtrack_h[2] = {0, 0};
+    double m_pane_vthumb_h[2] = {0, 0};
+    RowOrder m_painted_order[2];  // what the numbers of the rows' rectangles count on
+    PaintedField m_rename_field;  // of the last rename that was painted
+    PaintedField m_path_field;    // of the path editor
 
     // --- Fields: dialogue (app_overlay.cpp, app_actions.cpp). Live while one is open. -----------
 
@@ -582,7 +648,7 @@ class App {
     Rect m_overlay_panel;                     // of the last frame that painted one
     double m_overlay_min_w = 0;               // 0: the panel cannot be resized
     double m_overlay_min_h = 0;
-    int m_overlay_resize = 0;        // which side is being dragged; 0: none
+    int m_overlay_resize = 0;        // whose grip is held: 1 archive view, 2 hex view; 0: none
     bool m_overlay_scrolls = false;  // set by a dialogue that scrolls as it is painted
     int m_overlay_page = 0;          // its rows in view
     int m_list_scroll = 0;           // its first row; 0 whenever a dialogue opens
@@ -620,15 +686,28 @@ class App {
     int m_hover = -1;  // an index into m_hits, set by motion and leave; hovered() checks its bounds
     double m_mouse_x = 0;
     double m_mouse_y = 0;
-    bool m_press_pending = false;       // a press on a row, until the release
-    bool m_press_defer_select = false;  // the release reduces the selection to that row
-    int m_press_row = -1;
+    const char* m_cursor_name = nullptr;  // null: the ordinary cursor; has static lifetime
+    bool m_press_pending = false;         // a press on a row, until the release
+    bool m_press_defer_select = false;    // the release reduces the selection to that row
+    double m_press_x = 0;
+    double m_press_y = 0;
+    int m_press_row = -1;  // pressed_row() knows whether it still counts
     bool m_press_right = false;
-    int m_pane_hdrag = -1;  // 0 or 1: whose horizontal scrollbar is held
-    bool m_dragging_scroll = false;
+    std::string m_press_name;
+    RowOrder m_press_order;
+    EntryName m_last_press;         // on which row; none: elsewhere
+    EntryName m_press_before_last;  // a double click is two presses on one entry
+
+    // --- Fields: drags (app_drag.cpp). Until the release of any button. -------------------------
+
+    int m_col_drag = kNoColumn;      // the column whose edge is held
+    double m_col_drag_x = 0;         // where its left edge was
+    int m_pane_hdrag = -1;           // 0 or 1: whose horizontal scrollbar is held
+    bool m_dragging_scroll = false;  // a vertical thumb
     bool m_drag_scroll_right = false;
-    bool m_drag_active = false;  // files are dragged over the window
-    bool m_drag_inside = false;  // over a pane of it
+    double m_drag_scroll_offset = 0;  // from the thumb's way down its track to the pointer
+    bool m_drag_active = false;       // files are dragged over the window
+    bool m_drag_inside = false;       // over a pane of it
     bool m_drag_target_right = false;
     int m_drag_row = -1;  // the folder's row under them
 };

@@ -420,26 +420,30 @@ bool App::close_menus() {
 }
 
 // The entry is found by its name, since a reload may have moved the rows since the rename began.
-void App::commit_rename() {
-    Pane& pane = active_pane();
-    if (!pane.renaming())
-        return;
+bool App::commit_rename() {
+    if (!m_left.renaming() && !m_right.renaming())
+        return true;
+    const bool right = m_right.renaming();
+    Pane& pane = pane_for(right);
     const int target = pane.rename_target();
     const std::string new_name = pane.rename_buffer();
     pane.cancel_rename();
     request_redraw();
     if (target < 0)
-        return;
+        return true;
     const std::string old_name = pane.entries()[static_cast<size_t>(target)].name;
     if (new_name.empty() || new_name == old_name)
-        return;
+        return true;
     const std::string error =
         file_ops::rename_entry(su::join_path(pane.path(), old_name), new_name);
-    if (!error.empty())
-        return show_error(error);
+    if (!error.empty()) {
+        show_error(error);
+        return false;
+    }
     pane.remember_cursor_name(new_name);
     pane.reload(show_hidden());
-    pane.ensure_cursor_visible(rows_in_view(m_active_right));
+    pane.ensure_cursor_visible(rows_in_view(right));
+    return true;
 }
 
 // --- Dialogues ---------------------------------------------------------------------------------
@@ -649,8 +653,8 @@ void App::open_bookmark(bool right) {
     const dir_lister::Listing probe = dir_lister::read(path, show_hidden());
     if (!probe.error.empty())
         return show_error(path + ": " + probe.error);
+    activate_side(right);
     pane_for(right).navigate_to(path, show_hidden());
-    m_active_right = right;
     Log::infof("bookmark → %s (%s pane)", path.c_str(), right ? "right" : "left");
 }
 

@@ -211,7 +211,8 @@ void App::draw_resize_grip(double right_x, double bottom_y) {
         cairo_line_to(m_cr, right_x - 6, bottom_y - 6 - 5 * i);
     }
     cairo_stroke(m_cr);
-    add_hit(right_x - 26, bottom_y - 26, 26, 26, Hit::OverlayResize);
+    add_hit(right_x - 26, bottom_y - 26, 26, 26, Hit::OverlayResize,
+            m_overlay == Overlay::ArchiveView ? 0 : 1);
 }
 
 // --- Buttons ----------------------------------------------------------------------------------

@@ -124,6 +124,7 @@ Columns App::place_pane_columns(const Pane& pane, bool right, double x, double w
     Columns columns = compute_columns(x, w, settings, scrollbar_w, m_pane_hscroll[side]);
     const double view_w = w - scrollbar_w;
     m_pane_content_w[side] = columns.content_w;
+    m_pane_name_w[side] = columns.name_w;
     m_pane_view_w[side] = view_w;
     const double clamped =
         std::clamp(m_pane_hscroll[side], 0.0, std::max(0.0, columns.content_w - view_w));
@@ -207,8 +208,9 @@ void App::draw_drive_bar(const Pane& pane, double x, double y, double w) {
 void App::draw_path_bar(const Pane& pane, bool right, double x, double y, double w) {
     const bool active = right == m_active_right;
     fill_band(x, y, w, Layout::path_h, active ? m_palette.header_active : m_palette.header);
-    add_hit(x, y, w, Layout::path_h, Hit::PathBar, 0, right);
-    if (m_path_edit == (right ? 1 : 0))
+    const bool edited = m_path_edit == (right ? 1 : 0);
+    add_hit(x, y, w, Layout::path_h, edited ? Hit::PathEdit : Hit::PathBar, 0, right);
+    if (edited)
         draw_path_editor(x, y, w);
     else
         draw_breadcrumb(pane.path(), right, x, y, w);
@@ -267,6 +269,7 @@ void App::draw_path_editor(double x, double y, double w) {
     const std::string before = m_path_buffer.substr(0, m_path_caret);
     const double caret_w = text_width(before, kHeadTextSize, false, false);
     const double text_x = x + 10 - std::max(0.0, caret_w - (w - 20 - 12));
+    m_path_field = {{x, y, w, kHeight}, text_x, kHeadTextSize};
     cairo_save(m_cr);
     clip_to(x + 4, y, std::max(0.0, w - 8), kHeight);
     draw_text(m_path_buffer, text_x, y + kHeight / 2, kHeadTextSize, m_palette.control_text, false,
@@ -395,6 +398,7 @@ void App::draw_pane_rows(const Pane& pane, bool right, const Columns& columns, d
     if (h <= 0)
         return;
     const size_t first_hit = m_hits.size();
+    m_painted_order[right ? 1 : 0] = {pane.generation(), pane.visit()};
     add_hit(x, y, w, h, Hit::PaneBackground, 0, right);
     cairo_save(m_cr);
     clip_to(x, y, w, h);
@@ -420,7 +424,8 @@ void App::draw_pane_rows(const Pane& pane, bool right, const Columns& columns, d
                            m_pane_view_w[right ? 1 : 0]};
         for (int i = first; i < end; ++i) {
             draw_row_back(list, i, y + kRow * (i - first), w);
-            add_hit(x, y + kRow * (i - first), w, kRow, Hit::PaneRow, i, right);
+            add_hit(x, y + kRow * (i - first), w, kRow, Hit::PaneRow, i, right,
+                    listing.entries[static_cast<size_t>(i)].name);
         }
         // No text shows through the vertical scrollbar.
         clip_to(x, y, list.w, h);
@@ -508,6 +513,7 @@ void App::draw_rename_box(const Pane& pane, double x, double y, double room) {
     const double caret_w = text_width(text.substr(0, pane.rename_caret()), kNameSize, false, false);
     // The text moves left as soon as the caret would leave the box.
     const double shift = std::max(0.0, caret_w - (box_w - 12));
+    m_rename_field = {{x - 3, y + 2, box_w, 20}, x - shift, kNameSize};
     cairo_save(m_cr);
     clip_to(x - 2, y + 3, std::max(0.0, box_w - 2), 18);
     draw_text(text, x - shift, y + kRow / 2, kNameSize, m_palette.control_text, false, false, 1);
@@ -550,6 +556,10 @@ void App::draw_pane_vscroll(const Pane& pane, bool right, double x, double y, do
     const double thumb_h = std::min(h, std::max(28.0, static_cast<double>(rows) / count * h));
     const double share = static_cast<double>(pane.scroll()) / (count - rows);
     const double thumb_y = y + share * (h - thumb_h);
+    const int side = right ? 1 : 0;
+    m_pane_vtrack_y[side] = y;
+    m_pane_vtrack_h[side] = h;
+    m_pane_vthumb_h[side] = thumb_h;
     const bool held = m_dragging_scroll && m_drag_scroll_right == right;
     fill_rounded(track_x + 2, thumb_y, 7, thumb_h, 4, m_palette.secondary, held ? 0.85 : 0.55);
     add_hit(track_x, thumb_y, kScrollbar, thumb_h, Hit::ScrollThumb, 0, right);

@@ -1,13 +1,18 @@
 // The pointer: a click is resolved against the rectangles of the last frame, topmost first, after
-// the gates that keep a busy program, and an open dialogue, to themselves.
+// the gates that keep a busy program, and an open dialogue, to themselves. What is held and pulled
+// is in app_drag.cpp.
 
 #include "app.h"
 
 #include "i18n.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
+
+constexpr int kWheelRows = 3;
+constexpr double kWheelUnits = 60;  // sideways
 
 // What must not be touched while a transfer or a task runs.
 bool belongs_to_panes(App::Hit hit) {
@@ -30,10 +35,49 @@ bool belongs_to_panes(App::Hit hit) {
     }
 }
 
+struct CursorRow {
+    App::Hit hit;
+    const char* name;
+};
+
+constexpr CursorRow kCursors[] = {
+    {App::Hit::ColumnResize, "col-resize"},
+    {App::Hit::OverlayResize, "se-resize"},
+    {App::Hit::PaneHScroll, "default"},
+};
+
+const char* cursor_for(App::Hit hit) {
+    for (const CursorRow& row : kCursors)
+        if (row.hit == hit)
+            return row.name;
+    return nullptr;
+}
+
+// The path down to its first so many components; "/" for none of them.
+std::string leading_components(const std::string& path, int count) {
+    size_t end = 0;
+    for (; count > 0; --count) {
+        const size_t begin = path.find_first_not_of('/', end);
+        if (begin == std::string::npos)
+            break;
+        end = std::min(path.find('/', begin), path.size());
+    }
+    return end == 0 ? "/" : path.substr(0, end);
+}
+
+// -1, 0 or 1.
+double wheel_direction(GdkScrollDirection direction) {
+    return direction == GDK_SCROLL_UP ? -1 : direction == GDK_SCROLL_DOWN ? 1 : 0;
+}
+
 }  // namespace
+
+// --- Clicks -----------------------------------------------------------------------------------
 
 void App::handle_click(double x, double y, int button, guint state, guint32 clicks) {
     const HitRect* found = hit_test(x, y);
+    if (clicks != 2)
+        note_press(found);
     if (!found)
         return;
     // A copy: what the click does may paint a frame, which rebuilds the rectangles.
@@ -42,59 +86,124 @@ void App::handle_click(double x, double y, int button, guint state, guint32 clic
         return;
     if (m_overlay != Overlay::None && !hit.in_overlay)
         return;
+    if (hit.what == Hit::PaneRow)
+        return click_row(hit, x, y, button, state, clicks);
     // GTK tells of a double click on top of its two presses; only a row makes something of it.
-    if (clicks == 2 && hit.what != Hit::PaneRow)
+    if (clicks == 2)
         return;
+    click_hit(hit, x, y, button, state);
+    request_redraw();
+}
+
+// Only two presses on the same entry are a double click. The first of them may have closed a
+// dialogue above the row, or the list may have moved in between.
+void App::note_press(const HitRect* hit) {
+    m_press_before_last = std::exchange(m_last_press, {});
+    if (hit && hit->what == Hit::PaneRow && m_overlay == Overlay::None)
+        m_last_press = {m_painted_order[hit->right ? 1 : 0].visit, hit->label};
+}
+
+void App::click_hit(const HitRect& hit, double x, double y, int button, guint state) {
     switch (hit.what) {
-    case Hit::PaneRow:
-        return click_row(hit, button, state, clicks);
     case Hit::PaneBanner:
         commit_rename();
         m_active_right = hit.right;
-        break;
+        return;
+    case Hit::PaneHeader:
+        return click_header(hit, button);
     case Hit::PaneBackground:
         commit_rename();
         m_active_right = hit.right;
         if (button != 3 && !(state & (GDK_SHIFT_MASK | GDK_CONTROL_MASK)))
             active_pane().clear_selection();
-        break;
-    case Hit::BridgeCopy:
-        return start_transfer(hit.right, false);
-    case Hit::BridgeMove:
-        return start_transfer(hit.right, true);
-    case Hit::BridgeRefresh:
-        return perform(Action::Refresh, 0);
+        return;
+    case Hit::PathSegment:
+        return click_path_segment(hit);
+    case Hit::PathBar:
+    case Hit::PathEdit:
+        return click_path_bar(hit, x);
+    case Hit::SearchBar:
+    case Hit::SearchClear:
+        return click_search_bar(hit);
     case Hit::ResultDismiss:
         m_result.valid = false;
-        break;
-    case Hit::ProgressCancel:
-        cancel_work();
-        break;
-    case Hit::ErrorBanner:
-        open_overlay(Overlay::Errors, tr("dlg.errors_title"));
-        break;
+        return;
+    case Hit::BridgeCopy:
+        return commit_rename() ? start_transfer(hit.right, false) : void();
+    case Hit::BridgeMove:
+        return commit_rename() ? start_transfer(hit.right, true) : void();
+    case Hit::BridgePack:
+        return click_command(Action::PackToOther);
+    case Hit::BridgeRefresh:
+        return click_command(Action::Refresh);
+    case Hit::BridgeNewFolder:
+        return click_command(Action::NewFolder);
+    case Hit::BridgeDelete:
+        return click_command(Action::Delete);
+    case Hit::BridgeSearch:
+        return click_command(Action::SearchPane);
+    case Hit::BridgeHex:
+        return click_command(Action::ViewHex);
+    case Hit::BridgeTerminal:
+        return click_command(Action::OpenTerminal);
+    case Hit::BridgeTrash:
+        return click_command(Action::GoToTrash);
+    case Hit::OverlayResize:
+    case Hit::ColumnResize:
+    case Hit::PaneHScroll:
+    case Hit::ScrollThumb:
+        return begin_drag(hit, x, y);
     case Hit::Overlay:
         return perform(static_cast<Action>(hit.param), 0);
-    default:
-        return;  // no painter makes the other kinds yet
+    case Hit::ProgressCancel:
+        return cancel_work();
+    case Hit::ErrorBanner:
+        return open_overlay(Overlay::Errors, tr("dlg.errors_title"));
+    case Hit::None:     // painted for another dialogue
+    case Hit::PaneRow:  // click_row()
+        return;
+    // No painter makes these yet.
+    case Hit::MenuTitle:
+    case Hit::MenuItem:
+    case Hit::PaneHeaderMenu:
+    case Hit::DrivePicker:
+    case Hit::DriveItem:
+    case Hit::LogVThumb:
+    case Hit::LogHThumb:
+    case Hit::HexThumb:
+    case Hit::HexByte:
+    case Hit::HexFindField:
+    case Hit::PackFormat:
+    case Hit::ListItem:
+    case Hit::BookmarkItem:
+    case Hit::RecentItem:
+    case Hit::PermBit:
+        return;
     }
-    request_redraw();
 }
 
-void App::click_row(const HitRect& hit, int button, guint state, guint32 clicks) {
-    Pane& pane = pane_for(hit.right);
-    const bool listed = hit.param >= 0 && static_cast<size_t>(hit.param) < pane.entries().size();
-    int row = listed ? hit.param : -1;
-    // A rename is committed on the side that it is on, which is the active one until now. It may
-    // change the order of the rows; the entry that was clicked is the one that is meant.
-    if (active_pane().renaming() &&
-        (m_active_right != hit.right || active_pane().rename_target() != hit.param)) {
-        const std::string name = listed ? pane.entries()[static_cast<size_t>(row)].name : "";
+// --- Panes ------------------------------------------------------------------------------------
+
+void App::activate_side(bool right) {
+    if (right != m_active_right)
         commit_rename();
-        row = listed ? pane.index_of(name) : -1;
-    }
+    m_active_right = right;
+}
+
+void App::click_row(const HitRect& hit, double x, double y, int button, guint state,
+                    guint32 clicks) {
+    Pane& pane = pane_for(hit.right);
+    const RowOrder painted = m_painted_order[hit.right ? 1 : 0];
+    // A commit may change the order of the rows; the entry that was clicked is the one that is
+    // meant.
+    const int clicked = row_now(hit.right, hit.param, hit.label, painted);
+    if (!pane.renaming() || pane.rename_target() != clicked)
+        commit_rename();
     m_active_right = hit.right;
+    const int row = row_now(hit.right, hit.param, hit.label, painted);
     if (row < 0)
+        return request_redraw();
+    if (pane.renaming() && click_rename_box(x, y))
         return request_redraw();
     if (button == 3) {
         if (!pane.is_selected(row))
@@ -102,49 +211,151 @@ void App::click_row(const HitRect& hit, int button, guint state, guint32 clicks)
         return request_redraw();
     }
     if (clicks == 2) {
-        // The release that follows must not select in the folder that has just been entered.
+        const EntryName entry = {painted.visit, hit.label};
+        if (m_last_press == entry && m_press_before_last != entry)
+            return;
         m_press_pending = m_press_defer_select = false;
         return activate_row(row, hit.right);
     }
-    const bool shift = state & GDK_SHIFT_MASK;
-    const bool ctrl = state & GDK_CONTROL_MASK;
     if (button == 1) {
         m_press_pending = true;
+        m_press_x = x;
+        m_press_y = y;
         m_press_row = row;
         m_press_right = hit.right;
-        m_press_defer_select = !shift && !ctrl && pane.is_selected(row);
-        if (m_press_defer_select)
-            return request_redraw();
+        m_press_name = hit.label;
+        m_press_order = {pane.generation(), pane.visit()};
     }
+    select_row(row, hit.right, button, state);
+    request_redraw();
+}
+
+void App::select_row(int row, bool right, int button, guint state) {
+    Pane& pane = pane_for(right);
+    const bool shift = state & GDK_SHIFT_MASK;
+    const bool ctrl = state & GDK_CONTROL_MASK;
+    // The press may be the start of a drag of all that is selected.
+    m_press_defer_select = button == 1 && !shift && !ctrl && pane.is_selected(row);
+    if (m_press_defer_select)
+        return;
     if (shift)
         pane.extend_selection_to(row);
     else if (ctrl)
         pane.toggle_selection(row);
     else
         pane.set_cursor(row, true);
-    pane.ensure_cursor_visible(rows_in_view(hit.right));
-    request_redraw();
+    pane.ensure_cursor_visible(rows_in_view(right));
+}
+
+// False: the point is beside the box.
+bool App::click_rename_box(double x, double y) {
+    const Rect& box = m_rename_field.box;
+    if (x < box.x || x >= box.x + box.w || y < box.y || y >= box.y + box.h)
+        return false;
+    Pane& pane = active_pane();
+    pane.rename_set_caret(caret_at(pane.rename_buffer(), m_rename_field, x));
+    return true;
+}
+
+// A rename on this side goes on, and its entry stays in view.
+void App::click_header(const HitRect& hit, int button) {
+    activate_side(hit.right);
+    if (button == 3)
+        return;
+    Pane& pane = active_pane();
+    pane.toggle_sort_column(static_cast<dir_lister::SortKey>(hit.param));
+    if (pane.renaming())
+        pane.ensure_cursor_visible(rows_in_view(hit.right));
+}
+
+void App::click_path_segment(const HitRect& hit) {
+    if (!commit_rename())
+        return;
+    m_active_right = hit.right;
+    Pane& pane = active_pane();
+    pane.navigate_to(leading_components(pane.path(), hit.param), show_hidden());
+}
+
+// In a field that is open already the text stays as it is.
+void App::click_path_bar(const HitRect& hit, double x) {
+    if (!commit_rename())
+        return;
+    m_active_right = hit.right;
+    if (m_path_edit != (hit.right ? 1 : 0))
+        begin_path_edit(hit.right);
+    else if (hit.what == Hit::PathEdit)
+        m_path_caret = caret_at(m_path_buffer, m_path_field, x);
+}
+
+void App::click_search_bar(const HitRect& hit) {
+    if (!commit_rename())
+        return;
+    m_active_right = hit.right;
+    if (hit.what == Hit::SearchBar)
+        return begin_search(hit.right);
+    // The cross is the side's own, whichever side's bar has the keys.
+    m_search_pane = hit.right ? 1 : 0;
+    end_search(true);
+}
+
+// The message about a name that was refused is not covered by what the command would show.
+void App::click_command(Action action) {
+    if (commit_rename())
+        perform(action, 0);
+}
+
+int App::row_now(bool right, int row, const std::string& name, const RowOrder& order) const {
+    const Pane& pane = pane_for(right);
+    if (pane.visit() != order.visit)
+        return -1;
+    return pane.generation() == order.generation ? row : pane.index_of(name);
+}
+
+int App::pressed_row() const {
+    return m_press_pending ? row_now(m_press_right, m_press_row, m_press_name, m_press_order) : -1;
 }
 
 void App::handle_release() {
-    if (m_press_pending && m_press_defer_select) {
+    const int row = m_press_defer_select ? pressed_row() : -1;
+    if (row >= 0) {
         Pane& pane = pane_for(m_press_right);
-        pane.set_cursor(m_press_row, true);
+        pane.set_cursor(row, true);
         pane.ensure_cursor_visible(rows_in_view(m_press_right));
         request_redraw();
     }
     m_press_pending = m_press_defer_select = false;
+    end_drags();
 }
+
+// --- Hover ------------------------------------------------------------------------------------
 
 void App::handle_motion(double x, double y) {
     m_mouse_x = x;
     m_mouse_y = y;
-    const HitRect* hit = hit_test(x, y);
+    if (!drag_to(x, y))
+        hover_over(hit_test(x, y));
+}
+
+void App::hover_over(const HitRect* hit) {
+    show_cursor(hit ? cursor_for(hit->what) : nullptr);
     const int hover = hit ? static_cast<int>(hit - m_hits.data()) : -1;
     if (hover == m_hover)
         return;
     m_hover = hover;
     request_redraw();
+}
+
+void App::show_cursor(const char* name) {
+    GdkWindow* const window = m_canvas ? gtk_widget_get_window(m_canvas) : nullptr;
+    if (name == m_cursor_name || !window)
+        return;
+    m_cursor_name = name;
+    // Null where the theme has none of that name, which is the ordinary cursor again.
+    GdkCursor* const cursor =
+        name ? gdk_cursor_new_from_name(gdk_window_get_display(window), name) : nullptr;
+    gdk_window_set_cursor(window, cursor);
+    if (cursor)
+        g_object_unref(cursor);
 }
 
 void App::handle_leave() {
@@ -154,23 +365,29 @@ void App::handle_leave() {
     request_redraw();
 }
 
-void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y) {
-    int step = 0;
-    if (direction == GDK_SCROLL_UP)
-        step = -3;
-    else if (direction == GDK_SCROLL_DOWN)
-        step = 3;
-    else if (direction == GDK_SCROLL_SMOOTH)
-        step = static_cast<int>(std::clamp(3 * delta_y, -1e6, 1e6));
-    else
+// --- Wheel ------------------------------------------------------------------------------------
+
+void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, guint state) {
+    const bool smooth = direction == GDK_SCROLL_SMOOTH;
+    const double turn = smooth ? std::clamp(delta_y, -1e6, 1e6) : wheel_direction(direction);
+    const int rows = static_cast<int>(kWheelRows * turn);
+    const bool in_list = m_overlay != Overlay::None && m_overlay_scrolls;
+    if (turn == 0 || (in_list && rows == 0))
         return;
-    // A slow touchpad still moves the list.
-    if (direction == GDK_SCROLL_SMOOTH && step == 0 && delta_y != 0)
-        step = delta_y > 0 ? 1 : -1;
-    if (step == 0)
+    request_redraw();
+    if (in_list) {
+        m_list_scroll = std::max(0, std::max(0, m_list_scroll) + rows);
         return;
+    }
     const bool right = x >= m_layout.right_x;
+    if (state & GDK_SHIFT_MASK) {
+        const int side = right ? 1 : 0;
+        const double last = std::max(0.0, m_pane_content_w[side] - m_pane_view_w[side]);
+        m_pane_hscroll[side] = std::clamp(m_pane_hscroll[side] + kWheelUnits * turn, 0.0, last);
+        return;
+    }
+    // A slow touchpad still moves the list.
+    const int step = rows != 0 ? rows : turn > 0 ? 1 : -1;
     Pane& pane = pane_for(right);
     pane.set_scroll(pane.scroll() + step, rows_in_view(right));
-    request_redraw();
 }

@@ -8,6 +8,7 @@
 #include "format.h"
 #include "i18n.h"
 #include "settings.h"
+#include "strutil.h"
 
 #include <algorithm>
 #include <cmath>
@@ -389,6 +390,26 @@ void App::clip_hits(size_t first, double x, double y, double w, double h) {
     m_hits.erase(
         std::remove_if(m_hits.begin() + static_cast<ptrdiff_t>(first), m_hits.end(), outside),
         m_hits.end());
+}
+
+size_t App::caret_at(const std::string& text, const PaintedField& field, double x) {
+    // No surface of the window is at hand; the scale is that of the frames, since hinting goes by
+    // it.
+    cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_A8, 1, 1);
+    cairo_t* const cr = cairo_create(surface);
+    cairo_scale(cr, m_ui_scale, m_ui_scale);
+    PangoLayout* const layout = layout_for(cr, text, field.text_size, false, false);
+    int at = 0;
+    int after = 0;  // characters from there to the nearest edge
+    pango_layout_xy_to_index(layout, static_cast<int>((x - field.text_x) * PANGO_SCALE), 0, &at,
+                             &after);
+    drop_shared_layout();
+    cairo_destroy(cr);
+    cairo_surface_destroy(surface);
+    size_t caret = static_cast<size_t>(at);
+    for (; after > 0; --after)
+        caret = su::next_character(text, caret);
+    return caret;
 }
 
 const App::HitRect* App::hit_test(double x, double y) const {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <glib.h>
+#include <iterator>
 
 namespace {
 
@@ -14,24 +15,17 @@ constexpr double kMargins = 20;  // left of the name and behind the last column
 constexpr int kNameAtLeast = 130;
 constexpr size_t kLongestType = 8;
 
-int chosen_width(const Settings& settings, ColumnId column) {
-    switch (column) {
-    case ColumnId::Size:
-        return settings.col_w_size;
-    case ColumnId::Type:
-        return settings.col_w_type;
-    case ColumnId::Modified:
-        return settings.col_w_modified;
-    case ColumnId::Created:
-        return settings.col_w_created;
-    case ColumnId::Permissions:
-        return settings.col_w_permissions;
-    case ColumnId::Owner:
-        return settings.col_w_owner;
-    case ColumnId::Group:
-        return settings.col_w_group;
-    }
-    return 0;
+// In the order of ColumnId.
+constexpr int Settings::*kChosenWidths[] = {
+    &Settings::col_w_size,    &Settings::col_w_type,        &Settings::col_w_modified,
+    &Settings::col_w_created, &Settings::col_w_permissions, &Settings::col_w_owner,
+    &Settings::col_w_group,
+};
+
+static_assert(std::size(kChosenWidths) == std::size(kColumnSpecs));
+
+int Settings::*chosen_width(ColumnId column) {
+    return kChosenWidths[static_cast<size_t>(column)];
 }
 
 // The name's extension in upper case, byte by byte, so that no letter beyond ASCII changes.
@@ -50,8 +44,12 @@ std::string type_text(const FsEntry& entry) {
 }  // namespace
 
 double column_width(const Settings& settings, const ColumnSpec& spec) {
-    const int chosen = chosen_width(settings, spec.id);
+    const int chosen = settings.*chosen_width(spec.id);
     return chosen > 0 ? chosen : spec.width;
+}
+
+void set_column_width(Settings& settings, ColumnId column, int width) {
+    settings.*chosen_width(column) = width;
 }
 
 Columns compute_columns(double x, double w, const Settings& settings, double scrollbar_w,

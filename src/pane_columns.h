@@ -49,6 +49,7 @@ struct Columns {
 
 // The user's width if there is one, else the column's own.
 [[nodiscard]] double column_width(const Settings& settings, const ColumnSpec& spec);
+void set_column_width(Settings& settings, ColumnId column, int width);
 
 // For a list at x, w wide, whose vertical scrollbar takes scrollbar_w of that, scrolled right by
 // hscroll. The name takes all the slack; when there is none it keeps its least width and the

@@ -1,28 +1,14 @@
 // Clicks on rows, the gates before them, and the wheel.
 
-#include "app_fixture.h"
+#include "app_pointer.h"
 
-#include "settings.h"
-
-#include <gdk/gdkkeysyms.h>
+#include "logger.h"
 
 namespace {
 
 using test_env::make_dirs;
 using test_env::read_file;
 using test_env::write_file;
-
-class AppPointer : public AppTest {
-  protected:
-    void start_with_files(int count) {
-        for (int i = 0; i < count; ++i)
-            write_file(left() + "/file" + std::to_string(i), "x");
-        start();
-    }
-    App::HitRect row(int index, bool on_the_right = false) {
-        return hit(App::Hit::PaneRow, index, on_the_right ? 1 : 0);
-    }
-};
 
 TEST_F(AppPointer, a_click_takes_cursor_and_mark_to_the_row_and_its_side) {
     start_with_files(3);
@@ -180,34 +166,6 @@ TEST_F(AppPointer, the_background_and_the_banner_activate_their_side) {
     EXPECT_TRUE(selected_names(false).empty());
 }
 
-TEST_F(AppPointer, a_click_elsewhere_commits_a_rename) {
-    start_with_files(2);
-    put_cursor_on("file0");
-    key(GDK_KEY_F2);
-    key(GDK_KEY_x);
-    click(row(1));  // on the row itself nothing is committed
-    EXPECT_TRUE(pane().renaming());
-    click(row(2));
-    EXPECT_FALSE(pane().renaming());
-    EXPECT_EQ(names(), (std::vector<std::string>{"..", "file0x", "file1"}));
-    put_cursor_on("file1");
-    key(GDK_KEY_F2);
-    key(GDK_KEY_y);
-    click(hit(App::Hit::PaneBackground, -1, 1).x + 50, 600);
-    EXPECT_EQ(names(), (std::vector<std::string>{"..", "file0x", "file1y"}));
-}
-
-TEST_F(AppPointer, the_other_sides_banner_commits_a_rename) {
-    start_with_files(1);
-    put_cursor_on("file0");
-    key(GDK_KEY_F2);
-    key(GDK_KEY_x);
-    click(hit(App::Hit::PaneBanner, -1, 1));
-    EXPECT_TRUE(app().m_active_right);
-    EXPECT_FALSE(pane(false).renaming());
-    EXPECT_EQ(names(), (std::vector<std::string>{"..", "file0x"}));
-}
-
 TEST_F(AppPointer, a_row_that_is_cut_is_brought_into_view_by_a_click) {
     start_with_files(60);
     const App::HitRect cut = row(app().rows_in_view(false));
@@ -223,33 +181,6 @@ TEST_F(AppPointer, a_row_that_is_cut_is_brought_into_view_by_a_click) {
     click(next);
     app().handle_release();
     EXPECT_EQ(pane().scroll(), 2);
-}
-
-// The commit sorts the renamed entry away from above the row that was clicked.
-TEST_F(AppPointer, the_row_that_was_clicked_is_meant_even_if_the_commit_moves_it) {
-    start_with_files(4);
-    put_cursor_on("file0");
-    key(GDK_KEY_F2);
-    key(GDK_KEY_Home);
-    key(GDK_KEY_z);
-    click(row(2));
-    EXPECT_EQ(names(), (std::vector<std::string>{"..", "file1", "file2", "file3", "zfile0"}));
-    EXPECT_EQ(cursor_name(), "file1");
-    EXPECT_EQ(selected_names(), (std::vector<std::string>{"file1"}));
-}
-
-// The rectangles are a frame old; the list may have become shorter since.
-TEST_F(AppPointer, a_row_that_is_gone_is_not_clicked) {
-    start_with_files(4);
-    const App::HitRect last = row(4);
-    for (int i = 1; i < 4; ++i)
-        std::remove((left() + "/file" + std::to_string(i)).c_str());
-    app().refresh_both();
-    app().handle_click(last.x + 5, last.y + 5, 1, 0, 1);
-    app().handle_click(last.x + 5, last.y + 5, 1, 0, 2);
-    EXPECT_EQ(pane().cursor(), 0);
-    EXPECT_TRUE(selected_names().empty());
-    EXPECT_EQ(pane().path(), left());
 }
 
 TEST_F(AppPointer, the_wheel_scrolls_the_side_under_the_pointer) {
@@ -341,6 +272,263 @@ TEST_F(AppPointer, a_third_click_counts_for_nothing) {
     EXPECT_EQ(selected_names(), (std::vector<std::string>{"deeper"}));
 }
 
+// --- Headers and path bars --------------------------------------------------------------------
+
+TEST_F(AppPointer, a_click_on_a_column_title_sorts_by_it_on_its_side) {
+    write_file(right() + "/small", "1");
+    write_file(right() + "/large", "12345");
+    start();
+    settings().show_size = true;
+    frame();
+    const auto size = static_cast<int>(dir_lister::SortKey::Size);
+    click(hit(App::Hit::PaneHeader, size, 1));
+    EXPECT_TRUE(app().m_active_right);
+    EXPECT_EQ(names(true), (Names{"..", "large", "small"}));
+    click(hit(App::Hit::PaneHeader, size, 1));
+    EXPECT_EQ(names(true), (Names{"..", "small", "large"}));
+    EXPECT_EQ(pane(false).sort_order().key, dir_lister::SortKey::Name);
+    // A double click is two clicks.
+    double_click(hit(App::Hit::PaneHeader, size, 1));
+    EXPECT_EQ(names(true), (Names{"..", "small", "large"}));
+}
+
+TEST_F(AppPointer, the_right_button_on_a_column_title_sorts_nothing) {
+    start_with_files(2);
+    const dir_lister::SortOrder before = pane(true).sort_order();
+    click(hit(App::Hit::PaneHeader, 0, 1), 3);
+    EXPECT_TRUE(app().m_active_right);
+    EXPECT_EQ(pane(true).sort_order(), before);
+}
+
+TEST_F(AppPointer, a_segment_of_the_path_leads_to_its_folder) {
+    make_dirs(left() + "/one/two/three");
+    start({"--left=" + left() + "/one/two/three", "--active=right"});
+    const int deep = hit(App::Hit::PathSegment, -1, 0).param;
+    click(hit(App::Hit::PathSegment, deep - 1, 0));
+    EXPECT_EQ(pane().path(), left() + "/one/two");
+    EXPECT_FALSE(app().m_active_right);
+    click(hit(App::Hit::PathSegment, deep - 2, 0));
+    EXPECT_EQ(pane().path(), left() + "/one");
+    click(hit(App::Hit::PathSegment, 1, 0));
+    EXPECT_EQ(pane().path(), left().substr(0, left().find('/', 1)));
+    click(hit(App::Hit::PathSegment, 0, 0));
+    EXPECT_EQ(pane().path(), "/");
+    click(hit(App::Hit::PathSegment, 0, 0));
+    EXPECT_EQ(pane().path(), "/");
+    EXPECT_EQ(pane(true).path(), right());
+}
+
+TEST_F(AppPointer, the_components_of_a_path_are_counted_without_empty_ones) {
+    make_dirs(left() + "/one/two");
+    start();
+    pane().navigate_to("/" + left() + "//one///two", true);
+    frame();
+    const int deep = hit(App::Hit::PathSegment, -1, 0).param;
+    click(hit(App::Hit::PathSegment, deep - 1, 0));
+    EXPECT_EQ(pane().path(), "/" + left() + "//one");
+}
+
+// --- The bands around the panes ---------------------------------------------------------------
+
+TEST_F(AppPointer, the_cross_of_the_result_line_takes_it_away) {
+    start();
+    app().m_result.valid = true;
+    frame();
+    click(hit(App::Hit::ResultDismiss));
+    EXPECT_FALSE(app().m_result.valid);
+    EXPECT_EQ(count_hits(App::Hit::ResultDismiss), 0U);
+}
+
+TEST_F(AppPointer, the_line_of_failures_opens_their_list_under_its_title) {
+    start();
+    app().m_result.valid = true;
+    app().m_result.failures = 2;
+    app().m_overlay_title = "of another dialogue";
+    frame();
+    click(hit(App::Hit::ErrorBanner));
+    EXPECT_EQ(app().m_overlay, App::Overlay::Errors);
+    EXPECT_EQ(app().m_overlay_title, "Errors");
+}
+
+TEST_F(AppPointer, the_cancel_button_of_the_band_cancels_the_task) {
+    start();
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+        while (reporter.keep_going())
+            g_usleep(1000);
+    }));
+    app().m_bgtask_was_running = true;
+    frame();
+    click(hit(App::Hit::ProgressCancel));
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(app().m_result.cancelled);
+}
+
+TEST_F(AppPointer, the_cancel_button_of_the_band_cancels_the_transfer) {
+    write_file(left() + "/a", "new");
+    write_file(right() + "/a", "old");
+    start();
+    put_cursor_on("a");
+    click(hit(App::Hit::BridgeCopy));
+    frame();
+    ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
+    // Below the question, which is answered first.
+    frame();
+    click(hit(App::Hit::ProgressCancel));
+    EXPECT_TRUE(App::busy());
+    app().m_overlay = App::Overlay::None;
+    click(hit(App::Hit::ProgressCancel));
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(app().m_result.cancelled);
+    EXPECT_EQ(read_file(right() + "/a"), "old");
+}
+
+// --- Gates ------------------------------------------------------------------------------------
+
+TEST_F(AppPointer, while_work_runs_no_part_of_a_pane_answers) {
+    make_dirs(left() + "/sub");
+    start_with_files(3);
+    key(GDK_KEY_Tab);
+    std::vector<App::HitRect> painted;
+    for (const App::Hit what :
+         {App::Hit::PaneRow, App::Hit::PaneBanner, App::Hit::PaneHeader, App::Hit::PaneHeaderMenu,
+          App::Hit::PaneBackground, App::Hit::PathSegment, App::Hit::PathBar})
+        painted.push_back(hit(what, -1, 0));
+    const dir_lister::SortOrder order = pane().sort_order();
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+        while (reporter.keep_going())
+            g_usleep(1000);
+    }));
+    app().m_bgtask_was_running = true;
+    for (const App::HitRect& rect : painted)
+        for (const int button : {1, 3})
+            for (const guint32 clicks : {1U, 2U}) {
+                app().handle_click(rect.x + 2, rect.y + 2, button, 0, clicks);
+                EXPECT_TRUE(app().m_active_right) << App::hit_name(rect.what);
+                EXPECT_EQ(pane().path(), left());
+                EXPECT_EQ(pane().sort_order(), order);
+                EXPECT_EQ(app().m_path_edit, -1);
+                EXPECT_FALSE(app().m_press_pending);
+                EXPECT_TRUE(selected_names().empty());
+            }
+    BgTask::instance().cancel();
+    ASSERT_TRUE(settle());
+}
+
+// The button has gone from the next frame, but the click may come before it.
+TEST_F(AppPointer, a_click_on_the_bridge_is_refused_as_busy) {
+    start_with_files(3);
+    put_cursor_on("file0");
+    const App::HitRect copy = hit(App::Hit::BridgeCopy);
+    write_file(right() + "/file1", "old");
+    put_cursor_on("file1");
+    press(copy);
+    ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
+    app().m_overlay = App::Overlay::None;
+    app().m_hits = {copy};
+    press(copy);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Message);
+    EXPECT_EQ(app().m_overlay_title, "Still busy");
+    copy_engine::instance().cancel();
+    ASSERT_TRUE(settle());
+}
+
+TEST_F(AppPointer, a_click_on_what_was_painted_for_another_dialogue_does_nothing) {
+    start_with_files(3);
+    app().show_message("t", "x");
+    frame();
+    const App::HitRect ok = hit(App::Hit::Overlay);
+    // Of the same kind, but nobody has seen it yet.
+    app().show_message("t", "y");
+    press(ok);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Message);
+    frame();
+    app().open_text_input(App::Overlay::NewFolder, "dlg.new_folder_title", "made");
+    press(ok);
+    EXPECT_EQ(app().m_overlay, App::Overlay::NewFolder);
+    EXPECT_FALSE(test_env::exists(left() + "/made"));
+    // Closed, and not yet painted without.
+    frame();
+    const App::HitRect cancel = hit(App::Hit::Overlay, static_cast<int>(Action::OverlayCancel));
+    app().close_overlay();
+    press(cancel);
+    EXPECT_FALSE(logged("action: OverlayCancel [" + left() + "]"));
+}
+
+TEST_F(AppPointer, a_click_before_the_first_frame_finds_nothing) {
+    start_with_files(3);
+    app().m_hits.clear();
+    app().handle_click(300, 300, 1, 0, 1);
+    app().handle_click(300, 300, 1, 0, 2);
+    app().handle_release();
+    app().handle_motion(300, 300);
+    EXPECT_EQ(app().m_hover, -1);
+    EXPECT_TRUE(selected_names().empty());
+}
+
+// --- Presses ----------------------------------------------------------------------------------
+
+TEST_F(AppPointer, shift_and_control_on_a_marked_row_act_at_the_press) {
+    start_with_files(5);
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    click(row("file2"), 1, GDK_CONTROL_MASK);
+    EXPECT_FALSE(app().m_press_defer_select);
+    EXPECT_EQ(selected_names(), (Names{"file0", "file1", "file3", "file4"}));
+    app().handle_release();
+    EXPECT_EQ(selected_names(), (Names{"file0", "file1", "file3", "file4"}));
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    click(row("file4"), 1, GDK_SHIFT_MASK);
+    EXPECT_FALSE(app().m_press_defer_select);
+    EXPECT_EQ(selected_names(), (Names{"file2", "file3", "file4"}));
+    app().handle_release();
+    EXPECT_EQ(selected_names(), (Names{"file2", "file3", "file4"}));
+}
+
+TEST_F(AppPointer, a_press_with_the_first_button_is_kept_until_the_release) {
+    start_with_files(3);
+    const App::HitRect target = row(2);
+    app().handle_click(target.x + 17, target.y + 3, 1, 0, 1);
+    EXPECT_TRUE(app().m_press_pending);
+    EXPECT_EQ(app().m_press_x, target.x + 17);
+    EXPECT_EQ(app().m_press_y, target.y + 3);
+    EXPECT_EQ(app().m_press_row, 2);
+    EXPECT_FALSE(app().m_press_right);
+    EXPECT_FALSE(app().m_press_defer_select);
+    app().handle_release();
+    EXPECT_FALSE(app().m_press_pending);
+    click(target, 2);
+    EXPECT_FALSE(app().m_press_pending);
+    EXPECT_EQ(selected_names(), Names{"file1"});
+    click(target, 3);
+    EXPECT_FALSE(app().m_press_pending);
+}
+
+// --- Hover ------------------------------------------------------------------------------------
+
+TEST_F(AppPointer, the_cursor_tells_what_can_be_pulled) {
+    start_with_files(3);
+    for (int i = 0; i < 7; ++i)
+        set_column_enabled(settings(), static_cast<ColumnId>(i), true);
+    frame();
+    const auto over = [this](const App::HitRect& rect) {
+        app().handle_motion(rect.x + rect.w / 2, rect.y + rect.h / 2);
+        const char* const name = app().m_cursor_name;
+        GdkCursor* const cursor = gdk_window_get_cursor(gtk_widget_get_window(app().m_canvas));
+        EXPECT_EQ(cursor != nullptr, name != nullptr);
+        return std::string(name ? name : "");
+    };
+    EXPECT_EQ(over(row(1)), "");
+    EXPECT_EQ(over(hit(App::Hit::ColumnResize, -1, 0)), "col-resize");
+    EXPECT_EQ(over(hit(App::Hit::PaneHScroll, -1, 0)), "default");
+    EXPECT_EQ(over(row(1)), "");
+    EXPECT_EQ(over(hit(App::Hit::ColumnResize, -1, 0)), "col-resize");
+    app().handle_motion(-5, -5);
+    EXPECT_EQ(app().m_cursor_name, nullptr);
+    EXPECT_EQ(gdk_window_get_cursor(gtk_widget_get_window(app().m_canvas)), nullptr);
+    app().open_overlay(App::Overlay::ArchiveView, "t");
+    frame();
+    EXPECT_EQ(over(hit(App::Hit::OverlayResize)), "se-resize");
+}
+
 TEST_F(AppPointer, motion_without_a_change_paints_nothing) {
     start_with_files(3);
     const App::HitRect first = row(1);
@@ -352,6 +540,103 @@ TEST_F(AppPointer, motion_without_a_change_paints_nothing) {
     EXPECT_EQ(app().m_hover, hover);
     app().handle_motion(-5, -5);
     EXPECT_EQ(app().m_hover, -1);
+}
+
+TEST_F(AppPointer, leaving_ends_the_hover) {
+    start_with_files(3);
+    app().handle_motion(row(1).x + 5, row(1).y + 5);
+    ASSERT_GE(app().m_hover, 0);
+    app().handle_leave();
+    EXPECT_EQ(app().m_hover, -1);
+    EXPECT_EQ(app().hovered(), nullptr);
+}
+
+// --- Wheel ------------------------------------------------------------------------------------
+
+TEST_F(AppPointer, the_wheel_scrolls_the_side_under_it_whichever_is_active) {
+    files(100, true);
+    start_with_files(100);
+    ASSERT_FALSE(app().m_active_right);
+    const double border = app().m_layout.right_x;
+    app().handle_scroll(border, GDK_SCROLL_DOWN, 0);
+    EXPECT_EQ(pane(true).scroll(), 3);
+    EXPECT_EQ(pane(false).scroll(), 0);
+    app().handle_scroll(border - 0.5, GDK_SCROLL_DOWN, 0);
+    EXPECT_EQ(pane(true).scroll(), 3);
+    EXPECT_EQ(pane(false).scroll(), 3);
+    EXPECT_FALSE(app().m_active_right);
+    EXPECT_EQ(pane(true).cursor(), 0);
+    // Cut to whole rows.
+    app().handle_scroll(border, GDK_SCROLL_SMOOTH, 0.9);
+    EXPECT_EQ(pane(true).scroll(), 5);
+    app().handle_scroll(border, GDK_SCROLL_SMOOTH, -0.9);
+    EXPECT_EQ(pane(true).scroll(), 3);
+    app().handle_scroll(border, GDK_SCROLL_RIGHT, 1);
+    EXPECT_EQ(pane(true).scroll(), 3);
+}
+
+TEST_F(AppPointer, with_shift_the_wheel_scrolls_sideways) {
+    start_with_files(3);
+    for (int i = 0; i < 7; ++i)
+        set_column_enabled(settings(), static_cast<ColumnId>(i), true);
+    frame();
+    const double last = app().m_pane_content_w[1] - app().m_pane_view_w[1];
+    ASSERT_GT(last, 150);
+    const double x = app().m_layout.right_x + 5;
+    const auto turn = [&](GdkScrollDirection direction, double delta) {
+        app().handle_scroll(x, direction, delta, GDK_SHIFT_MASK);
+        return app().m_pane_hscroll[1];
+    };
+    EXPECT_EQ(turn(GDK_SCROLL_DOWN, 0), 60);
+    EXPECT_EQ(turn(GDK_SCROLL_SMOOTH, 0.5), 90);
+    EXPECT_EQ(turn(GDK_SCROLL_SMOOTH, 0), 90);
+    EXPECT_EQ(turn(GDK_SCROLL_SMOOTH, 0.01), 90.6);
+    EXPECT_EQ(turn(GDK_SCROLL_RIGHT, 1), 90.6);
+    EXPECT_NEAR(turn(GDK_SCROLL_UP, 0), 30.6, 1e-9);
+    EXPECT_EQ(turn(GDK_SCROLL_UP, 0), 0);
+    for (int i = 0; i < 50; ++i)
+        turn(GDK_SCROLL_DOWN, 0);
+    EXPECT_EQ(app().m_pane_hscroll[1], last);
+    EXPECT_EQ(app().m_pane_hscroll[0], 0);
+    EXPECT_EQ(pane(true).scroll(), 0);
+}
+
+TEST_F(AppPointer, the_wheel_over_a_dialogue_scrolls_its_list) {
+    start_with_files(100);
+    app().open_overlay(App::Overlay::Licenses, "t");
+    frame();
+    app().m_overlay_scrolls = true;
+    const auto turn = [this](GdkScrollDirection direction, double delta) {
+        app().handle_scroll(20, direction, delta);
+        return app().m_list_scroll;
+    };
+    EXPECT_EQ(turn(GDK_SCROLL_DOWN, 0), 3);
+    EXPECT_EQ(turn(GDK_SCROLL_SMOOTH, 2), 9);
+    EXPECT_EQ(turn(GDK_SCROLL_SMOOTH, 0.1), 9);
+    EXPECT_EQ(turn(GDK_SCROLL_SMOOTH, -0.1), 9);
+    EXPECT_EQ(turn(GDK_SCROLL_UP, 0), 6);
+    EXPECT_EQ(turn(GDK_SCROLL_SMOOTH, -100), 0);
+    // Following the end is left by a turn, and by nothing less.
+    app().m_list_scroll = -1;
+    EXPECT_EQ(turn(GDK_SCROLL_SMOOTH, 0.1), -1);
+    EXPECT_EQ(turn(GDK_SCROLL_DOWN, 0), 3);
+    app().m_list_scroll = -1;
+    EXPECT_EQ(turn(GDK_SCROLL_UP, 0), 0);
+    EXPECT_EQ(pane().scroll(), 0);
+    // Closed, it scrolls no more.
+    app().close_overlay();
+    app().m_overlay_scrolls = true;
+    turn(GDK_SCROLL_DOWN, 0);
+    EXPECT_EQ(app().m_list_scroll, 0);
+    EXPECT_EQ(pane().scroll(), 3);
+}
+
+TEST_F(AppPointer, under_a_dialogue_without_a_list_the_pane_scrolls) {
+    start_with_files(100);
+    app().show_message("t", "x");
+    frame();
+    app().handle_scroll(20, GDK_SCROLL_DOWN, 0);
+    EXPECT_EQ(pane().scroll(), 3);
 }
 
 }  // namespace
