@@ -5,10 +5,12 @@
 
 #include "app_pane_paint.h"
 
+#include "app_texts.h"
 #include "i18n.h"
 
 namespace {
 
+using test_env::painted_text;
 using test_env::write_file;
 
 // --- Bands ------------------------------------------------------------------------------------
@@ -155,6 +157,36 @@ TEST_F(PanePaint, bands_meet_without_a_seam_at_every_scale) {
     }
 }
 
+TEST_F(PanePaint, running_work_veils_both_panes_at_045) {
+    start();
+    app().m_progress_hold_until = App::now_seconds() + 100;  // the same bands before and after
+    for (const Look& look_of : kLooks) {
+        look(look_of.theme, look_of.scale);
+        const App::Layout& l = app().m_layout;
+        const Palette& p = app().m_palette;
+        const std::pair<double, double> points[] = {{l.left_w - 20, l.status_y - 60},
+                                                    {l.right_x + l.right_w - 20, l.status_y - 60},
+                                                    {l.left_w - 20, l.pane_y + 28 + 17},
+                                                    {l.right_x + l.right_w - 20, l.pane_y + 75}};
+        std::vector<std::string> before;
+        for (const auto& [x, y] : points)
+            before.push_back(at(x, y));
+        ASSERT_TRUE(
+            BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+                while (reporter.keep_going())
+                    g_usleep(1000);
+            }));
+        app().m_bgtask_was_running = true;
+        frame();
+        for (size_t i = 0; i < std::size(points); ++i)
+            expect_near(at(points[i].first, points[i].second), over(p.window, 0.45, before[i]),
+                        "veil");
+        BgTask::instance().cancel();
+        ASSERT_TRUE(settle());
+        app().m_result.valid = false;
+    }
+}
+
 // --- Banner -----------------------------------------------------------------------------------
 
 TEST_F(PanePaint, the_words_stand_at_the_outer_edges) {
@@ -223,6 +255,21 @@ TEST_F(PanePaint, the_hint_is_painted_only_where_it_fits_with_80_to_spare) {
     ASSERT_EQ(app().m_layout.left_w, 183);
     EXPECT_FALSE(painted(2 * 135, 2 * static_cast<int>(kTop + 6), 2 * 40, 2 * 16));
     EXPECT_TRUE(has("#FFFFFF", 14, kTop + 6, 60, 16));
+}
+
+TEST_F(PanePaint, the_arrow_is_white_at_095) {
+    start();
+    for (const char* theme : {"light", "dark"}) {
+        look(theme, 200);
+        const Palette& p = app().m_palette;
+        // Behind the word and 12; the shaft is 3 wide about the middle of the band.
+        frame();
+        const double x = 14 + painted_text("SOURCE")->width + 12 + 6;
+        for (const double off : {-1.0, 0.9})
+            expect_near(at(x, kTop + 14 + off), over("#FFFFFF", 0.95, p.source_tint), "shaft");
+        for (const double off : {-2.1, 1.9})
+            EXPECT_EQ(at(x, kTop + 14 + off), p.source_tint);
+    }
 }
 
 // --- Path bar ---------------------------------------------------------------------------------
@@ -423,6 +470,36 @@ TEST_F(PanePaint, the_cross_is_red_under_the_pointer) {
     EXPECT_TRUE(has(app().m_palette.danger, cross.x, cross.y, cross.w, cross.h));
 }
 
+TEST_F(PanePaint, the_filter_box_has_a_magnifier_and_an_edge_by_its_focus) {
+    start();
+    pane().set_filter("x", true);
+    for (const char* theme : {"light", "dark"}) {
+        for (const bool focus : {false, true}) {
+            app().m_search_pane = focus ? 0 : -1;
+            look(theme, 200);
+            const Palette& p = app().m_palette;
+            const App::HitRect box = hit(App::Hit::SearchBar, -1, 0);
+            const double x = box.x + 14;
+            const double y = box.y + 11;
+            // A ring of radius 4.2, hollow, with a handle to 6.5 across and 5.5 down.
+            for (const double side : {-1, 1}) {
+                EXPECT_EQ(at(x + side * 4.2, y), p.secondary);
+                EXPECT_EQ(at(x, y + side * 4.2), p.secondary);
+            }
+            EXPECT_EQ(at(x, y), p.control);
+            EXPECT_EQ(at(x - 6.5, y), p.control);
+            EXPECT_EQ(at(x + 5.5, y + 4.6), p.secondary);
+            EXPECT_EQ(at(x + 8, y + 6.8), p.control);
+            // A line of 1 covers the outermost unit, one of 1.5 a quarter on either side more.
+            EXPECT_EQ(at(box.x + 100, box.y + 0.4), focus ? p.accent : p.control_edge);
+            if (focus)
+                EXPECT_NE(at(box.x + 100, box.y + 1.1), p.control);
+            else
+                EXPECT_EQ(at(box.x + 100, box.y + 1.1), p.control);
+        }
+    }
+}
+
 TEST_F(PanePaint, a_long_filter_text_stays_in_its_box) {
     start();
     app().m_search_pane = 0;
@@ -527,6 +604,50 @@ TEST_F(PanePaint, the_vertical_bar_stands_with_more_entries_than_fit) {
         EXPECT_NE(at(x, area.y + thumb_h / 2), idle);
         app().m_dragging_scroll = false;
         EXPECT_EQ(p.dark, std::string(look_of.theme) == "dark");
+    }
+}
+
+TEST_F(PanePaint, the_thumb_of_a_long_list_keeps_28_and_ends_with_the_track) {
+    files(900);
+    start();
+    for (const Look& look_of : kLooks) {
+        pane().set_scroll(0, 1);
+        look(look_of.theme, look_of.scale);
+        const App::HitRect area = hit(App::Hit::PaneBackground, -1, 0);
+        EXPECT_EQ(hit(App::Hit::ScrollThumb, -1, 0).h, 28);
+        pane().set_scroll(450, app().rows_in_view(false));
+        frame();
+        const double share = 450.0 / (901 - app().rows_in_view(false));
+        EXPECT_NEAR(hit(App::Hit::ScrollThumb, -1, 0).y, area.y + share * (area.h - 28), 1e-6);
+        pane().set_scroll(10000, app().rows_in_view(false));
+        frame();
+        const App::HitRect thumb = hit(App::Hit::ScrollThumb, -1, 0);
+        EXPECT_NEAR(thumb.y + 28, area.y + area.h, 1e-6);
+    }
+}
+
+TEST_F(PanePaint, the_vertical_thumb_is_7_wide_in_a_track_of_11) {
+    files(99);
+    start();
+    app().m_active_right = true;  // a thin frame, and no stripes
+    for (const char* theme : {"light", "dark"}) {
+        look(theme, 200);
+        const Palette& p = app().m_palette;
+        const App::HitRect thumb = hit(App::Hit::ScrollThumb, -1, 0);
+        const double middle = thumb.y + thumb.h / 2;
+        const double below = thumb.y + thumb.h + 60;
+        const std::string track = over(p.progress_track, 0.5, p.pane);
+        EXPECT_EQ(at(508 - 11.4, below), p.pane);
+        expect_near(at(508 - 10.6, below), track, "track");
+        expect_near(at(508 - 5, below), track, "track");
+        expect_near(at(508 - 9.4, middle), track, "left of the thumb");
+        expect_near(at(508 - 8.6, middle), over(p.secondary, 0.55, track), "thumb");
+        expect_near(at(508 - 2.6, middle), over(p.secondary, 0.55, track), "thumb");
+        app().m_dragging_scroll = true;
+        app().m_drag_scroll_right = false;
+        frame();
+        expect_near(at(508 - 5, middle), over(p.secondary, 0.85, track), "held");
+        app().m_dragging_scroll = false;
     }
 }
 

@@ -343,6 +343,16 @@ TEST_F(PanePaint, a_reload_flashes_for_045_seconds) {
     EXPECT_NE(at(300, 500), app().m_palette.pane_active);
     EXPECT_NE(at(kRight + 300, 500), app().m_palette.pane);
     EXPECT_EQ(at(300, 696 - 40 + 24), app().m_palette.header);  // the rows alone
+    // Half of the time is left: a quarter of 0.16, since it fades with the square.
+    app().m_reload_flash_until = App::now_seconds() + 0.225;
+    look("light", 100);
+    const Palette& p = app().m_palette;
+    Rgb flashed;
+    Rgb accent;
+    ASSERT_TRUE(hex_to_rgb(at(300, 500), flashed) && hex_to_rgb(p.accent, accent));
+    const double alpha = (1 - flashed.r) / (1 - accent.r);
+    EXPECT_GT(alpha, 0.02);
+    EXPECT_LT(alpha, 0.16 * 0.25 + 0.005);
     app().m_reload_flash_until = App::now_seconds() - 0.001;
     frame();
     EXPECT_EQ(at(300, 500), app().m_palette.pane_active);

@@ -9,9 +9,9 @@ namespace {
 
 std::vector<test_env::PaintedText> g_painted;
 
-std::string source_color(cairo_t* cr) {
-    double r = 0, g = 0, b = 0, a = 0;
-    cairo_pattern_get_rgba(cairo_get_source(cr), &r, &g, &b, &a);
+std::string source_color(cairo_t* cr, double& alpha) {
+    double r = 0, g = 0, b = 0;
+    cairo_pattern_get_rgba(cairo_get_source(cr), &r, &g, &b, &alpha);
     char text[8];
     std::snprintf(text, sizeof text, "#%02X%02X%02X", static_cast<unsigned>(std::lround(r * 255)),
                   static_cast<unsigned>(std::lround(g * 255)),
@@ -30,11 +30,13 @@ extern "C" void pango_cairo_show_layout(cairo_t* cr, PangoLayout* layout) {
     int width = 0, height = 0;
     pango_layout_get_pixel_size(layout, &width, &height);
     cairo_get_current_point(cr, &painted.x, &painted.y);
-    painted.y += height / 2.0;
+    // Cairo keeps points in parts of a pixel, which differ from what was asked for by less.
+    painted.x = std::round(painted.x * 100) / 100;
+    painted.y = std::round((painted.y + height / 2.0) * 100) / 100;
     painted.width = width;
     const PangoFontDescription* font = pango_layout_get_font_description(layout);
     painted.size = pango_font_description_get_size(font) / static_cast<double>(PANGO_SCALE);
-    painted.color = source_color(cr);
+    painted.color = source_color(cr, painted.alpha);
     g_painted.push_back(painted);
     show(cr, layout);
 }

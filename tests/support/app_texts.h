@@ -15,6 +15,7 @@ struct PaintedText {
     double width = 0;   // logical units, as laid out
     double size = 0;    // logical units
     std::string color;  // "#RRGGBB"
+    double alpha = 0;
 };
 
 // Those shown since forget_painted(), in painting order.
