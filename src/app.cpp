@@ -132,6 +132,20 @@ gboolean on_key_press_cb(GtkWidget*, GdkEventKey* event, gpointer data) {
     return TRUE;  // GTK never sees a key
 }
 
+gboolean on_key_release_cb(GtkWidget*, GdkEventKey* event, gpointer data) {
+    app_of(data).handle_key_release(event);
+    return TRUE;
+}
+
+gboolean on_focus_cb(GtkWidget*, GdkEventFocus* event, gpointer data) {
+    app_of(data).set_window_focus(event->in != 0);
+    return FALSE;  // GTK keeps its own account
+}
+
+void on_canvas_gone_cb(GtkWidget*, gpointer data) {
+    app_of(data).release_input_method();
+}
+
 gboolean on_configure_cb(GtkWidget*, GdkEventConfigure*, gpointer data) {
     app_of(data).store_geometry();
     return FALSE;  // GTK places its widgets by this event
@@ -365,11 +379,16 @@ void App::build_window() {
     connect(m_canvas, "scroll-event", G_CALLBACK(on_scroll_cb));
     connect(m_canvas, "leave-notify-event", G_CALLBACK(on_leave_cb));
     connect(m_window, "key-press-event", G_CALLBACK(on_key_press_cb));
+    connect(m_window, "key-release-event", G_CALLBACK(on_key_release_cb));
+    connect(m_window, "focus-in-event", G_CALLBACK(on_focus_cb));
+    connect(m_window, "focus-out-event", G_CALLBACK(on_focus_cb));
+    connect(m_canvas, "unrealize", G_CALLBACK(on_canvas_gone_cb));
     connect(m_window, "configure-event", G_CALLBACK(on_configure_cb));
     connect(m_window, "delete-event", G_CALLBACK(on_delete_cb));
     connect(m_window, "destroy", G_CALLBACK(on_destroy_cb));
     m_tick_id = g_timeout_add(kTickMs, on_tick_cb, this);
     gtk_widget_show_all(m_window);
+    use_input_method(gtk_im_multicontext_new());
 }
 
 // The geometry of the command line, the one of the last run, or the default size on the pointer's

@@ -206,6 +206,17 @@ class App {
         bool operator==(const EntryName&) const = default;
     };
 
+    // Where typed text goes.
+    enum class TextField { None, Path, Rename, Search, Input };
+
+    // One field among those of its kind: of a side, or of a dialogue.
+    struct FieldFocus {
+        TextField field = TextField::None;
+        int which = 0;
+
+        bool operator==(const FieldFocus&) const = default;
+    };
+
     struct Size {
         double w = 0;
         double h = 0;
@@ -216,6 +227,8 @@ class App {
         double y = 0;
         double w = 0;
         double h = 0;
+
+        bool operator==(const Rect&) const = default;
     };
 
     // Where a text field was painted, for a click to find its place in the text.
@@ -484,6 +497,7 @@ class App {
     // --- Keyboard (app_keys.cpp) --------------------------------------------------------------
 
     void handle_key(GdkEventKey* event);
+    void handle_plain_key(GdkEventKey* event);  // one that the input method has left over
     bool handle_overlay_key(GdkEventKey* event);
     void scroll_overlay(guint key);
     [[nodiscard]] static bool is_return(guint key);
@@ -513,9 +527,38 @@ class App {
     void end_search(bool clear);
     void apply_search();
 
+    // The field that has the keyboard.
+    [[nodiscard]] FieldFocus focused_field() const;
+    [[nodiscard]] static bool takes_text(Overlay overlay);
+    void insert_text(TextField field, const std::string& text);
     void path_insert(const std::string& text);
     void search_insert(const std::string& text);
     void input_insert(const std::string& text);
+    // The text of a field with its caret, and with what is being composed there underlined. It
+    // begins at x and moves left as far as the caret needs to stay within room; where it begins
+    // then is returned. The caret reaches half its height up and down from centre. Clips nothing.
+    double draw_field_text(TextField field, const std::string& text, size_t caret, double x,
+                           double centre, double room, double size, const std::string& color,
+                           double half);
+
+    // --- Input methods (app_input_method.cpp) -------------------------------------------------
+
+    // Takes over the reference.
+    void use_input_method(GtkIMContext* input_method);
+    void release_input_method();
+    // Tells the input method which field has the keyboard, if that has changed. What was being
+    // composed in the one before is dropped.
+    void sync_input_method();
+    void place_input_method();  // where its window belongs, by the caret of the last frame
+    void set_window_focus(bool focused);
+    // True: the key was the input method's.
+    bool input_method_takes(GdkEventKey* event);
+    void handle_key_release(GdkEventKey* event);
+    void end_composition();
+    void input_method_commits(const std::string& text);
+    void input_method_composes();
+    void tell_surrounding();
+    bool delete_surrounding(int offset, int count);  // characters, from the caret
 
     // --- Pointer (app_pointer.cpp) ------------------------------------------------------------
 
@@ -673,6 +716,17 @@ class App {
     std::string m_path_buffer;
     size_t m_path_caret = 0;
     std::string m_path_error;  // shown below the path bar; empty: none
+
+    // --- Fields: input method (app_input_method.cpp). Null without a window. -------------------
+
+    GtkIMContext* m_input_method = nullptr;
+    FieldFocus m_composed_field;  // the one that the input method was last told of
+    bool m_window_focused = false;
+    bool m_input_method_focused = false;
+    std::string m_preedit;       // what is being composed in that field; UTF-8
+    size_t m_preedit_caret = 0;  // bytes
+    Rect m_caret_rect;           // of this frame; no width: none
+    Rect m_told_caret_rect;      // surface pixels
 
     // --- Fields: menus. close_menus() resets them. --------------------------------------------
 

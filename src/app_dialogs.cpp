@@ -96,23 +96,15 @@ void App::draw_overlay_text_input(double x, double y, double w, double h) {
                  {{"btn.cancel", Action::OverlayCancel}, {"btn.ok", Action::OverlayOk, true}});
 }
 
-// The text moves left as far as the caret needs to stay in sight.
 void App::draw_input_field(double x, double y, double w) {
     constexpr double kHeight = 30;
     fill_rounded(x, y, w, kHeight, 4, m_palette.control, 1);
     stroke_rounded(x, y, w, kHeight, 4, m_palette.accent, 1, 1.5);
-    const std::string before = m_input_buffer.substr(0, m_input_caret);
-    const double caret = text_width(before, 12.5, false, false);
-    const double tx = x + 10 - std::max(0.0, caret - (w - 20));
     cairo_save(m_cr);
     cairo_rectangle(m_cr, x + 6, y, w - 12, kHeight);
     cairo_clip(m_cr);
-    draw_text(m_input_buffer, tx, y + 15, 12.5, m_palette.control_text, false, false, 1);
-    set_color(m_palette.accent, 1);
-    cairo_set_line_width(m_cr, 1.4);
-    cairo_move_to(m_cr, tx + caret, y + 6);
-    cairo_line_to(m_cr, tx + caret, y + 24);
-    cairo_stroke(m_cr);
+    draw_field_text(TextField::Input, m_input_buffer, m_input_caret, x + 10, y + 15, w - 20, 12.5,
+                    m_palette.control_text, 9);
     cairo_restore(m_cr);
 }
 

@@ -8,6 +8,7 @@
 #include "paths.h"
 #include "strutil.h"
 
+#include <algorithm>
 #include <gdk/gdkkeysyms.h>
 
 namespace {
@@ -93,6 +94,78 @@ std::string meant_path(const std::string& typed, const std::string& shown) {
 }
 
 }  // namespace
+
+// --- All fields -------------------------------------------------------------------------------
+
+App::FieldFocus App::focused_field() const {
+    if (m_overlay != Overlay::None)
+        return takes_text(m_overlay) ? FieldFocus{TextField::Input, static_cast<int>(m_overlay)}
+                                     : FieldFocus{};
+    if (m_path_edit >= 0)
+        return {TextField::Path, m_path_edit};
+    if (active_pane().renaming())
+        return {TextField::Rename, m_active_right ? 1 : 0};
+    if (m_search_pane >= 0)
+        return {TextField::Search, m_search_pane};
+    return {};
+}
+
+bool App::takes_text(Overlay overlay) {
+    switch (overlay) {
+    case Overlay::NewFolder:
+    case Overlay::NewFile:
+    case Overlay::Pack:
+    case Overlay::SelectPattern:
+    case Overlay::GoToPath:
+        return true;
+    default:
+        return false;
+    }
+}
+
+void App::insert_text(TextField field, const std::string& text) {
+    switch (field) {
+    case TextField::None:
+        return;
+    case TextField::Path:
+        return path_insert(text);
+    case TextField::Rename:
+        active_pane().rename_insert(text);
+        return;
+    case TextField::Search:
+        return search_insert(text);
+    case TextField::Input:
+        return input_insert(text);
+    }
+}
+
+double App::draw_field_text(TextField field, const std::string& text, size_t caret, double x,
+                            double centre, double room, double size, const std::string& color,
+                            double half) {
+    constexpr double kCaretWidth = 1.4;
+    const bool focused = field != TextField::None && field == m_composed_field.field;
+    const std::string composed = focused ? m_preedit : std::string();
+    const std::string shown = text.substr(0, caret) + composed + text.substr(caret);
+    const auto width_to = [&](size_t end) {
+        return text_width(shown.substr(0, end), size, false, false);
+    };
+    const double caret_x = width_to(composed.empty() ? caret : caret + m_preedit_caret);
+    const double left = x - std::max(0.0, caret_x - room);
+    draw_text(shown, left, centre, size, color, false, false, 1);
+    if (!composed.empty()) {
+        const double from = width_to(caret);
+        fill_rect(left + from, centre + half - 1, width_to(caret + composed.size()) - from, 1,
+                  color, 1);
+    }
+    set_color(m_palette.accent, 1);
+    cairo_set_line_width(m_cr, kCaretWidth);
+    cairo_move_to(m_cr, left + caret_x, centre - half);
+    cairo_line_to(m_cr, left + caret_x, centre + half);
+    cairo_stroke(m_cr);
+    if (focused)
+        m_caret_rect = {left + caret_x, centre - half, kCaretWidth, 2 * half};
+    return left;
+}
 
 std::string App::typed_text(const GdkEventKey& event) {
     const guint32 unicode = gdk_keyval_to_unicode(event.keyval);

@@ -63,19 +63,6 @@ constexpr MoveRow kMoveKeys[] = {
     {GDK_KEY_Home, Pane::Move::First},     {GDK_KEY_End, Pane::Move::Last},
 };
 
-bool takes_text(App::Overlay overlay) {
-    switch (overlay) {
-    case App::Overlay::NewFolder:
-    case App::Overlay::NewFile:
-    case App::Overlay::Pack:
-    case App::Overlay::SelectPattern:
-    case App::Overlay::GoToPath:
-        return true;
-    default:
-        return false;
-    }
-}
-
 }  // namespace
 
 bool App::is_return(guint key) {
@@ -83,15 +70,22 @@ bool App::is_return(guint key) {
 }
 
 void App::handle_key(GdkEventKey* event) {
+    // A rename whose entry is no longer listed is nowhere to be seen, so it must not take keys.
+    if (active_pane().renaming() && active_pane().rename_target() < 0)
+        active_pane().cancel_rename();
+    sync_input_method();
+    if (!input_method_takes(event))
+        handle_plain_key(event);
+    sync_input_method();
+}
+
+void App::handle_plain_key(GdkEventKey* event) {
     if (m_overlay != Overlay::None && handle_overlay_key(event))
         return request_redraw();
     if (event->keyval == GDK_KEY_Escape && close_menus())
         return request_redraw();
     if (m_path_edit >= 0 && handle_path_edit_key(event))
         return request_redraw();
-    // A rename whose entry is no longer listed is nowhere to be seen, so it must not take keys.
-    if (active_pane().renaming() && active_pane().rename_target() < 0)
-        active_pane().cancel_rename();
     if (active_pane().renaming() && handle_rename_key(event))
         return request_redraw();
     if (m_search_pane >= 0 && handle_search_key(event))

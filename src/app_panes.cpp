@@ -19,7 +19,6 @@ constexpr double kRow = 24;
 constexpr double kScrollbar = 11;
 constexpr double kHeadTextSize = 11;
 constexpr double kNameSize = 12.5;
-constexpr double kCaretWidth = 1.4;
 constexpr double kFlashSeconds = 0.45;
 
 // The components of a path, without the empty ones that a doubled slash makes.
@@ -266,16 +265,12 @@ void App::draw_path_editor(double x, double y, double w) {
     cairo_set_line_width(m_cr, 2);
     cairo_stroke(m_cr);
 
-    const std::string before = m_path_buffer.substr(0, m_path_caret);
-    const double caret_w = text_width(before, kHeadTextSize, false, false);
-    const double text_x = x + 10 - std::max(0.0, caret_w - (w - 20 - 12));
-    m_path_field = {{x, y, w, kHeight}, text_x, kHeadTextSize};
     cairo_save(m_cr);
     clip_to(x + 4, y, std::max(0.0, w - 8), kHeight);
-    draw_text(m_path_buffer, text_x, y + kHeight / 2, kHeadTextSize, m_palette.control_text, false,
-              false, 1);
-    set_color(m_palette.accent, 1);
-    line(m_cr, text_x + caret_w, y + 4, text_x + caret_w, y + kHeight - 4, kCaretWidth);
+    const double text_x =
+        draw_field_text(TextField::Path, m_path_buffer, m_path_caret, x + 10, y + kHeight / 2,
+                        w - 20 - 12, kHeadTextSize, m_palette.control_text, kHeight / 2 - 4);
+    m_path_field = {{x, y, w, kHeight}, text_x, kHeadTextSize};
     cairo_restore(m_cr);
 }
 
@@ -317,26 +312,21 @@ void App::draw_search_bar(const Pane& pane, bool right, double x, double y, doub
     const double count_x = count_right - text_width(count, 11, false, false);
     draw_text_right(count, count_right, centre, 11, m_palette.secondary, false, false);
 
-    // A bar that has lost the field to the other side shows the filter in force.
-    const std::string& text = focus ? m_search_buffer : pane.filter();
     const double text_x = bx + 26;
     const double room = count_x - 8 - text_x;
     if (room <= 0)
         return;
-    const double caret_w =
-        focus ? text_width(text.substr(0, m_search_caret), kNameSize, false, false) : 0;
-    const double shift = std::max(0.0, caret_w - (room - 2));
     cairo_save(m_cr);
     clip_to(text_x - 1, by, room + 1, bh);
-    if (text.empty())
+    const bool composing = m_composed_field.field == TextField::Search && !m_preedit.empty();
+    if (focus ? m_search_buffer.empty() && !composing : pane.filter().empty())
         draw_text(tr("search.hint"), text_x, centre, kNameSize, m_palette.dim, false, false, 1);
+    // A bar that has lost the field to the other side shows the filter in force.
+    if (!focus)
+        draw_text(pane.filter(), text_x, centre, kNameSize, m_palette.text, false, false, 1);
     else
-        draw_text(text, text_x - shift, centre, kNameSize, m_palette.text, false, false, 1);
-    if (focus) {
-        set_color(m_palette.accent, 1);
-        line(m_cr, text_x - shift + caret_w, by + 4, text_x - shift + caret_w, by + bh - 4,
-             kCaretWidth);
-    }
+        draw_field_text(TextField::Search, m_search_buffer, m_search_caret, text_x, centre,
+                        room - 2, kNameSize, m_palette.text, bh / 2 - 4);
     cairo_restore(m_cr);
 }
 
@@ -509,16 +499,13 @@ void App::draw_rename_box(const Pane& pane, double x, double y, double room) {
     cairo_set_line_width(m_cr, 1.5);
     cairo_stroke(m_cr);
 
-    const std::string& text = pane.rename_buffer();
-    const double caret_w = text_width(text.substr(0, pane.rename_caret()), kNameSize, false, false);
-    // The text moves left as soon as the caret would leave the box.
-    const double shift = std::max(0.0, caret_w - (box_w - 12));
-    m_rename_field = {{x - 3, y + 2, box_w, 20}, x - shift, kNameSize};
     cairo_save(m_cr);
     clip_to(x - 2, y + 3, std::max(0.0, box_w - 2), 18);
-    draw_text(text, x - shift, y + kRow / 2, kNameSize, m_palette.control_text, false, false, 1);
-    set_color(m_palette.accent, 1);
-    line(m_cr, x - shift + caret_w, y + 5, x - shift + caret_w, y + kRow - 5, kCaretWidth);
+    const double text_x =
+        draw_field_text(&pane == &active_pane() ? TextField::Rename : TextField::None,
+                        pane.rename_buffer(), pane.rename_caret(), x, y + kRow / 2, box_w - 12,
+                        kNameSize, m_palette.control_text, kRow / 2 - 5);
+    m_rename_field = {{x - 3, y + 2, box_w, 20}, text_x, kNameSize};
     cairo_restore(m_cr);
 }
 

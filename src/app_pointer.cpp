@@ -75,6 +75,7 @@ double wheel_direction(GdkScrollDirection direction) {
 // --- Clicks -----------------------------------------------------------------------------------
 
 void App::handle_click(double x, double y, int button, guint state, guint32 clicks) {
+    end_composition();
     const HitRect* found = hit_test(x, y);
     if (clicks != 2)
         note_press(found);

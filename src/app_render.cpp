@@ -153,6 +153,8 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
     m_frame_bg = BgTask::instance().snapshot();
     const HitRect* hover = hovered();
     m_frame_hover = hover ? *hover : HitRect{};
+    sync_input_method();
+    m_caret_rect = {};
     m_cr = cr;
     m_hits.clear();
     m_layout = compute_layout(pixel_w / m_ui_scale, pixel_h / m_ui_scale);
@@ -160,6 +162,7 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
     drop_shared_layout();
     cairo_restore(cr);
     m_cr = nullptr;
+    place_input_method();
     log_dialog_options();
 }
 

@@ -49,6 +49,7 @@ void AppTest::SetUp() {
     // No desktop service is asked, so that a test does not depend on who is logged in.
     setenv("GDK_BACKEND", "x11", 1);
     setenv("NO_AT_BRIDGE", "1", 1);
+    setenv("GTK_IM_MODULE", "gtk-im-context-simple", 1);
     setenv("GSETTINGS_BACKEND", "memory", 1);
     setenv("GIO_USE_VFS", "local", 1);
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
