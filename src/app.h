@@ -375,9 +375,10 @@ class App {
                           double w);
     void draw_pane_rows(const Pane& pane, bool right, const Columns& columns, double x, double y,
                         double w, double h);
-    void draw_row(const RowList& list, int index, double y);
+    void draw_row_name(const RowList& list, int index, double y);
+    void draw_row_column(const RowList& list, const PlacedColumn& column, int index, double y);
     void draw_row_back(const RowList& list, int index, double y, double w);
-    void draw_rename_box(const Pane& pane, double x, double y, double room);
+    void draw_rename_box(const RowList& list, double y);
     void draw_reload_flash(double x, double y, double w, double h);
     void draw_pane_hscroll(bool right, double x, double y);
     void draw_pane_vscroll(const Pane& pane, bool right, double x, double y, double w, double h);

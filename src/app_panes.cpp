@@ -49,6 +49,11 @@ void line(cairo_t* cr, double x0, double y0, double x1, double y1, double width)
     cairo_stroke(cr);
 }
 
+// How far its symbol moves a name to the right.
+double name_indent(const FsEntry& entry) {
+    return entry.is_dir_like() || entry.kind == FsEntry::Kind::Parent ? kFolderSymbol : 0;
+}
+
 // A folder, 15 wide, with its tab at the upper left.
 void folder_symbol(cairo_t* cr, double x, double y) {
     cairo_move_to(cr, x, y);
@@ -420,7 +425,17 @@ void App::draw_pane_rows(const Pane& pane, bool right, const Columns& columns, d
         // No text shows through the vertical scrollbar.
         clip_to(x, y, list.w, h);
         for (int i = first; i < end; ++i)
-            draw_row(list, i, y + kRow * (i - first));
+            draw_row_name(list, i, y + kRow * (i - first));
+        // Column by column: neighbours are often equal, and an equal text is not laid out again.
+        for (const PlacedColumn& column : columns.placed) {
+            if (column.x + column.w <= x || column.x >= x + list.w)
+                continue;
+            for (int i = first; i < end; ++i)
+                draw_row_column(list, column, i, y + kRow * (i - first));
+        }
+        // Last, since it may cover the columns.
+        if (list.renamed >= first && list.renamed < end)
+            draw_rename_box(list, y + kRow * (list.renamed - first));
     }
     cairo_restore(m_cr);
     clip_hits(first_hit, x, y, w, h);
@@ -451,46 +466,47 @@ void App::draw_row_back(const RowList& list, int index, double y, double w) {
     }
 }
 
-void App::draw_row(const RowList& list, int index, double y) {
+void App::draw_row_name(const RowList& list, int index, double y) {
     const FsEntry& entry = list.pane.entries()[static_cast<size_t>(index)];
     const bool marked = list.right == m_active_right && list.pane.is_selected(index);
     const double centre = y + kRow / 2;
     const std::string& color = marked ? m_palette.selection_text : name_color(m_palette, entry);
-    const double view_end = list.x + list.w;
-    double text_x = list.columns.name_x;
-    double room = list.columns.name_w;
-    if (entry.is_dir_like() || entry.kind == FsEntry::Kind::Parent) {
+    const double indent = name_indent(entry);
+    const double text_x = list.columns.name_x + indent;
+    const double room = list.columns.name_w - indent;
+    if (indent > 0) {
         set_color(color, 1);
         // Its edge stands left of the names, so that a gap is left to the folder's own.
-        folder_symbol(m_cr, text_x - 4, centre - 5.5);
-        text_x += kFolderSymbol;
-        room -= kFolderSymbol;
+        folder_symbol(m_cr, list.columns.name_x - 4, centre - 5.5);
     }
-    if (index != list.renamed) {
-        // Marks stacked on a letter would reach into the rows above and below.
-        cairo_save(m_cr);
-        clip_to(text_x - 2, y, room + 2, kRow);
-        draw_text_clipped(row_text(entry), text_x, centre, room, kNameSize, color, false, false);
-        cairo_restore(m_cr);
-    }
-    for (const PlacedColumn& column : list.columns.placed) {
-        if (column.x >= view_end)
-            break;
-        const std::string text = column_text(column.spec->id, entry, list.date_format);
-        const bool unknown = column.spec->id == ColumnId::Created && entry.btime == 0;
-        const std::string& plain = unknown ? m_palette.dim : m_palette.secondary;
-        const double text_w = std::min(text_width(text, 11, false, false), column.w - 6);
-        draw_text_clipped(text, column.right_x() - text_w, centre, text_w, 11,
-                          marked ? m_palette.selection_text : plain, false, false);
-    }
-    // Last, since it may cover the columns.
     if (index == list.renamed)
-        draw_rename_box(list.pane, text_x, y, view_end - 3 - text_x);
+        return;
+    // Marks stacked on a letter would reach into the rows above and below.
+    cairo_save(m_cr);
+    clip_to(text_x - 2, y, room + 2, kRow);
+    draw_text_clipped(row_text(entry), text_x, centre, room, kNameSize, color, false, false);
+    cairo_restore(m_cr);
 }
 
-// x is where the name's text would begin.
-void App::draw_rename_box(const Pane& pane, double x, double y, double room) {
-    const double box_w = std::min(room, 400.0);
+void App::draw_row_column(const RowList& list, const PlacedColumn& column, int index, double y) {
+    const FsEntry& entry = list.pane.entries()[static_cast<size_t>(index)];
+    const std::string text = column_text(column.spec->id, entry, list.date_format);
+    const double text_w = std::min(text_width(text, 11, false, false), column.w - 6);
+    const bool marked = list.right == m_active_right && list.pane.is_selected(index);
+    const bool unknown = column.spec->id == ColumnId::Created && entry.btime == 0;
+    draw_text_clipped(text, column.right_x() - text_w, y + kRow / 2, text_w, 11,
+                      marked    ? m_palette.selection_text
+                      : unknown ? m_palette.dim
+                                : m_palette.secondary,
+                      false, false);
+}
+
+void App::draw_rename_box(const RowList& list, double y) {
+    const Pane& pane = list.pane;
+    const FsEntry& entry = pane.entries()[static_cast<size_t>(list.renamed)];
+    // Where the name's text would begin.
+    const double x = list.columns.name_x + name_indent(entry);
+    const double box_w = std::min(list.x + list.w - 3 - x, 400.0);
     if (box_w <= 0)
         return;
     fill_rect(x - 3, y + 2, box_w, 20, m_palette.control, 1);

@@ -2,6 +2,8 @@
 
 #include "app_pane_paint.h"
 
+#include "i18n.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -550,6 +552,16 @@ TEST_F(PanePaint, every_kind_of_name_can_be_painted_in_every_look) {
         look(look_of.theme, look_of.scale);
         EXPECT_GT(all(App::Hit::PaneRow, 0).size(), 3U);
         shot(std::string("panes-") + look_of.theme + "-" + std::to_string(look_of.scale));
+        // The same in a language written from the right, and in one without spaces.
+        for (const char* language : {"ar", "ja"}) {
+            I18n::instance().set_language(language);
+            frame();
+            const App::Layout& l = app().m_layout;
+            EXPECT_EQ(hit(App::Hit::PaneRow, 0, 0).x, l.left_x) << language;  // nothing is mirrored
+            shot(std::string("panes-") + language + "-" + look_of.theme + "-" +
+                 std::to_string(look_of.scale));
+        }
+        I18n::instance().set_language("en");
     }
 }
 
