@@ -565,6 +565,8 @@ class App {
 
     void handle_click(double x, double y, int button, guint state, guint32 clicks);
     void note_press(const HitRect* hit);
+    // Closes an open menu or list of drives that the click is beside. False: there is none.
+    bool click_beside_menu(const HitRect* hit);
     void click_hit(const HitRect& hit, double x, double y, int button, guint state);
     void click_row(const HitRect& hit, double x, double y, int button, guint state, guint32 clicks);
     void select_row(int row, bool right, int button, guint state);

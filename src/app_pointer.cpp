@@ -79,12 +79,14 @@ void App::handle_click(double x, double y, int button, guint state, guint32 clic
     const HitRect* found = hit_test(x, y);
     if (clicks != 2)
         note_press(found);
+    if (found && busy() && belongs_to_panes(found->what))
+        return;
+    if (click_beside_menu(found))
+        return request_redraw();
     if (!found)
         return;
     // A copy: what the click does may paint a frame, which rebuilds the rectangles.
     const HitRect hit = *found;
-    if (busy() && belongs_to_panes(hit.what))
-        return;
     if (m_overlay != Overlay::None && !hit.in_overlay)
         return;
     if (hit.what == Hit::PaneRow)
@@ -102,6 +104,20 @@ void App::note_press(const HitRect* hit) {
     m_press_before_last = std::exchange(m_last_press, {});
     if (hit && hit->what == Hit::PaneRow && m_overlay == Overlay::None)
         m_last_press = {m_painted_order[hit->right ? 1 : 0].visit, hit->label};
+}
+
+bool App::click_beside_menu(const HitRect* hit) {
+    const Hit what = hit ? hit->what : Hit::None;
+    if (m_context_menu && what != Hit::MenuItem) {
+        m_context_menu = m_column_menu = false;
+    } else if (m_open_drive_picker >= 0 && what != Hit::DriveItem) {
+        m_open_drive_picker = -1;
+    } else if (m_open_menu >= 0 && !(hit && hit->in_menu)) {
+        m_open_menu = -1;
+    } else {
+        return false;
+    }
+    return true;
 }
 
 void App::click_hit(const HitRect& hit, double x, double y, int button, guint state) {

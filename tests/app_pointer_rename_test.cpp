@@ -36,6 +36,11 @@ class AppPointerRename : public AppPointer {
         cairo_surface_destroy(surface);
         return width;
     }
+    // Where no segment is.
+    void click_path_bar(int side) {
+        const App::HitRect bar = hit(App::Hit::PathBar, -1, side);
+        click(bar.x + bar.w - 3, bar.y + 13);
+    }
     bool renaming() { return pane(false).renaming() || pane(true).renaming(); }
     // b has become bx, and nothing else has changed its name.
     void expect_b_renamed(const std::string& what = {}) {
@@ -48,6 +53,8 @@ class AppPointerRename : public AppPointer {
     void undo() {
         std::rename((left() + "/bx").c_str(), (left() + "/b").c_str());
         app().close_overlay();
+        app().end_path_edit();
+        app().end_search(true);
         app().m_active_right = false;
         pane(false).navigate_to(left(), true);
         pane(true).navigate_to(right(), true);
@@ -117,10 +124,18 @@ TEST_F(AppPointerRename, whatever_turns_to_something_else_commits_it) {
         {"an edge in it", true, [this] { click_and_release(hit(App::Hit::ColumnResize, -1, 1)); }},
         {"a segment", false, [this] { click(hit(App::Hit::PathSegment, 1, 0)); }},
         {"the other segment", true, [this] { click(hit(App::Hit::PathSegment, 1, 1)); }},
+        {"the path bar", false, [this] { click_path_bar(0); }},
+        {"the other path bar", true, [this] { click_path_bar(1); }},
+        {"the filter bar", false, [this] { click(hit(App::Hit::SearchBar, -1, 0)); }},
+        {"the other filter's cross", true, [this] { click(hit(App::Hit::SearchClear, -1, 1)); }},
         {"the bridge", false, [this] { click(hit(App::Hit::BridgeRefresh)); }},
     };
     for (const Case& c : cases) {
+        pane(false).set_filter("*", true);  // for the bars to be there
+        pane(true).set_filter("*", true);
         rename("b", "x");
+        pane(false).set_filter("*", true);
+        frame();
         c.click();
         EXPECT_FALSE(renaming()) << c.what;
         EXPECT_EQ(app().m_active_right, c.right) << c.what;
@@ -167,14 +182,24 @@ TEST_F(AppPointerRename, a_copy_by_the_bridge_copies_what_it_has_become) {
 
 TEST_F(AppPointerRename, a_refused_name_is_told_and_no_command_covers_it) {
     start_with_three();
-    for (const App::Hit what : {App::Hit::BridgeCopy, App::Hit::BridgeMove, App::Hit::BridgeRefresh,
-                                App::Hit::PathSegment}) {
+    pane().set_filter("*", true);
+    for (const App::Hit what :
+         {App::Hit::SearchBar, App::Hit::SearchClear, App::Hit::PathBar, App::Hit::BridgeNewFolder,
+          App::Hit::BridgeCopy, App::Hit::BridgeMove, App::Hit::BridgeRefresh,
+          App::Hit::PathSegment}) {
         put_cursor_on("b");
         rename("b", "");
         key(GDK_KEY_BackSpace);
         type("c");  // which there is already
-        click(hit(what, -1, what == App::Hit::PathSegment ? 0 : -1));
+        pane().set_filter("*", true);
+        frame();
+        if (what == App::Hit::PathBar)
+            click_path_bar(0);
+        else
+            press(hit(what));
         EXPECT_EQ(app().m_overlay, App::Overlay::Message) << App::hit_name(what);
+        EXPECT_EQ(app().m_path_edit, -1);
+        EXPECT_EQ(app().m_search_pane, -1);
         EXPECT_TRUE(app().m_overlay_is_error);
         EXPECT_EQ(pane().path(), left());
         EXPECT_FALSE(App::busy());

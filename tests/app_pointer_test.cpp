@@ -2,6 +2,7 @@
 
 #include "app_pointer.h"
 
+#include "app_texts.h"
 #include "logger.h"
 
 namespace {
@@ -328,6 +329,135 @@ TEST_F(AppPointer, the_components_of_a_path_are_counted_without_empty_ones) {
     EXPECT_EQ(pane().path(), "/" + left() + "//one");
 }
 
+TEST_F(AppPointer, a_click_into_the_path_bar_edits_the_path_of_its_side) {
+    start_with_files(2);
+    const auto click_bar = [this](int side) {
+        const App::HitRect bar = hit(App::Hit::PathBar, -1, side);
+        click(bar.x + bar.w - 3, bar.y + 13);
+    };
+    click_bar(1);
+    EXPECT_TRUE(app().m_active_right);
+    EXPECT_EQ(app().m_path_edit, 1);
+    EXPECT_EQ(app().m_path_buffer, right());
+    EXPECT_EQ(app().m_path_caret, right().size());
+    EXPECT_EQ(count_hits(App::Hit::PathEdit), 1U);
+    type("x");
+    click_bar(0);
+    EXPECT_FALSE(app().m_active_right);
+    EXPECT_EQ(app().m_path_edit, 0);
+    EXPECT_EQ(app().m_path_buffer, left());
+}
+
+TEST_F(AppPointer, a_click_into_an_open_path_editor_sets_the_caret_and_keeps_the_text) {
+    start();
+    app().begin_path_edit(false);
+    app().m_path_buffer = "/häuser/n";
+    app().m_path_caret = app().m_path_buffer.size();
+    app().m_path_error = "why";
+    for (const int scale : {70, 100, 200}) {
+        settings().font_scale = scale;
+        app().m_active_right = true;
+        frame();
+        const test_env::PaintedText* text = test_env::painted_text("/häuser/n");
+        ASSERT_TRUE(text);
+        const double y = hit(App::Hit::PathEdit, -1, 0).y + 13;
+        click(text->x, y);
+        EXPECT_EQ(app().m_path_caret, 0U);
+        click(text->x + text->width / 2, y);
+        EXPECT_NEAR(static_cast<double>(app().m_path_caret), 5, 1.5) << scale;
+        click(text->x + text->width + 100, y);
+        EXPECT_EQ(app().m_path_caret, 10U);
+        click(1, y);
+        EXPECT_EQ(app().m_path_caret, 0U);
+        EXPECT_EQ(app().m_path_buffer, "/häuser/n");
+        EXPECT_EQ(app().m_path_error, "why");
+        EXPECT_FALSE(app().m_active_right);
+    }
+}
+
+// Opened again by a second click that came before the frame with the editor.
+TEST_F(AppPointer, the_two_presses_of_a_double_click_open_one_editor) {
+    start();
+    const App::HitRect bar = hit(App::Hit::PathBar, -1, 0);
+    app().handle_click(bar.x + bar.w - 3, bar.y + 13, 1, 0, 1);
+    app().path_insert("typed");
+    app().handle_click(bar.x + bar.w - 3, bar.y + 13, 1, 0, 1);
+    app().handle_click(bar.x + bar.w - 3, bar.y + 13, 1, 0, 2);
+    EXPECT_EQ(app().m_path_buffer, left() + "typed");
+    EXPECT_EQ(app().m_path_caret, app().m_path_buffer.size());
+}
+
+TEST_F(AppPointer, a_click_into_a_filter_bar_goes_on_with_its_filter) {
+    start_with_files(12);
+    files(12, true);
+    app().refresh_both();
+    pane(false).set_filter("file1", true);
+    pane(true).set_filter("2", true);
+    frame();
+    const App::HitRect bar = hit(App::Hit::SearchBar, -1, 1);
+    click(bar.x + 40, bar.y + 11);
+    EXPECT_TRUE(app().m_active_right);
+    EXPECT_EQ(app().m_search_pane, 1);
+    EXPECT_EQ(app().m_search_buffer, "2");
+    EXPECT_EQ(app().m_search_caret, 1U);
+    // The cross of the other side is the other side's.
+    click(hit(App::Hit::SearchClear, -1, 0));
+    EXPECT_FALSE(app().m_active_right);
+    EXPECT_EQ(pane(false).filter(), "");
+    EXPECT_EQ(pane(true).filter(), "2");
+    EXPECT_EQ(app().m_search_pane, -1);
+    click(hit(App::Hit::SearchClear, -1, 1));
+    EXPECT_EQ(pane(true).filter(), "");
+    EXPECT_TRUE(app().m_active_right);
+    EXPECT_EQ(count_hits(App::Hit::SearchBar), 0U);
+}
+
+// --- The bridge -------------------------------------------------------------------------------
+
+TEST_F(AppPointer, each_button_of_the_bridge_has_its_command) {
+    start_with_files(3);
+    struct Case {
+        App::Hit hit;
+        const char* action;
+    };
+    for (const Case& c : {Case{App::Hit::BridgePack, "PackToOther"},
+                          {App::Hit::BridgeRefresh, "Refresh"},
+                          {App::Hit::BridgeNewFolder, "NewFolder"},
+                          {App::Hit::BridgeDelete, "Delete"},
+                          {App::Hit::BridgeSearch, "SearchPane"},
+                          {App::Hit::BridgeHex, "ViewHex"},
+                          {App::Hit::BridgeTerminal, "OpenTerminal"},
+                          {App::Hit::BridgeTrash, "GoToTrash"}}) {
+        pane().navigate_to(left(), true);
+        pane().set_cursor(pane().index_of("file1"), true);
+        app().close_overlay();
+        app().end_search(true);
+        frame();
+        Log::instance().clear();
+        App::HitRect button = hit(App::Hit::BridgeRefresh);
+        if (count_hits(c.hit) == 0) {  // nothing to do it with here, such as a terminal
+            button.what = c.hit;
+            app().m_hits.push_back(button);
+        }
+        press(hit(c.hit));
+        EXPECT_TRUE(logged(std::string("action: ") + c.action + " [" + left() + "]")) << c.action;
+    }
+}
+
+// The button copies the way its arrow points, from the active side to the other.
+TEST_F(AppPointer, copy_and_move_carry_the_side_they_go_to) {
+    files(1, true);
+    start_with_files(1);
+    put_cursor_on("file0", false);
+    put_cursor_on("file0", true);
+    for (const bool active_right : {false, true}) {
+        app().m_active_right = active_right;
+        frame();
+        EXPECT_EQ(hit(App::Hit::BridgeCopy).right, !active_right);
+        EXPECT_EQ(hit(App::Hit::BridgeMove).right, !active_right);
+    }
+}
+
 // --- The bands around the panes ---------------------------------------------------------------
 
 TEST_F(AppPointer, the_cross_of_the_result_line_takes_it_away) {
@@ -429,6 +559,54 @@ TEST_F(AppPointer, a_click_on_the_bridge_is_refused_as_busy) {
     EXPECT_EQ(app().m_overlay, App::Overlay::Message);
     EXPECT_EQ(app().m_overlay_title, "Still busy");
     copy_engine::instance().cancel();
+    ASSERT_TRUE(settle());
+}
+
+TEST_F(AppPointer, a_click_beside_an_open_menu_closes_it_and_does_nothing_else) {
+    start_with_files(3);
+    const App::HitRect target = row(2);
+    const auto nothing_else = [this](const char* what) {
+        EXPECT_TRUE(selected_names().empty()) << what;
+        EXPECT_EQ(pane().cursor(), 0) << what;
+        EXPECT_FALSE(app().m_press_pending) << what;
+    };
+    app().m_context_menu = app().m_column_menu = true;
+    press(target);
+    EXPECT_FALSE(app().m_context_menu);
+    EXPECT_FALSE(app().m_column_menu);
+    nothing_else("context menu");
+    app().m_open_drive_picker = 1;
+    press(target);
+    EXPECT_EQ(app().m_open_drive_picker, -1);
+    nothing_else("drives");
+    app().m_open_menu = 2;
+    press(target);
+    EXPECT_EQ(app().m_open_menu, -1);
+    nothing_else("menu");
+    // Where nothing at all is as well.
+    app().m_open_menu = 0;
+    app().handle_click(-5, -5, 1, 0, 1);
+    EXPECT_EQ(app().m_open_menu, -1);
+    press(target);
+    EXPECT_EQ(selected_names(), Names{"file1"});
+}
+
+TEST_F(AppPointer, while_work_runs_a_click_on_a_row_does_not_even_close_a_menu) {
+    start_with_files(3);
+    const App::HitRect target = row(2);
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+        while (reporter.keep_going())
+            g_usleep(1000);
+    }));
+    app().m_bgtask_was_running = true;
+    app().m_open_menu = 1;
+    app().m_context_menu = true;
+    app().m_open_drive_picker = 0;
+    press(target);
+    EXPECT_EQ(app().m_open_menu, 1);
+    EXPECT_TRUE(app().m_context_menu);
+    EXPECT_EQ(app().m_open_drive_picker, 0);
+    BgTask::instance().cancel();
     ASSERT_TRUE(settle());
 }
 

@@ -578,4 +578,154 @@ TEST_F(KeyRoads, escape_cancels_and_the_program_stays) {
     EXPECT_EQ(read_file(r("a")), "old");
 }
 
+// --- With the pointer -------------------------------------------------------------------------
+
+// Places are in the window of 1100 by 720 that it opens with, of which the sides take 508 each.
+class PointerRoads : public KeyRoads {
+  protected:
+    static constexpr int kHeadY = 94 + 28 + 34 + 26 + 13;
+    static constexpr int kPathY = 94 + 28 + 34 + 13;
+    static constexpr int kThumbX = 502;
+
+    static int row_y(int row) { return 208 + 24 * row + 12; }
+    void open() {
+        KeyRoads::open();
+        std::string id;
+        run("xdotool getactivewindow", &id);
+        m_window = id.substr(0, id.find('\n'));
+    }
+    void xdotool(const std::string& words) {
+        std::string out;
+        ASSERT_EQ(run("xdotool " + words, &out), 0) << out;
+    }
+    void go(int x, int y) {
+        xdotool("mousemove --window " + m_window + " " + std::to_string(x) + " " +
+                std::to_string(y));
+        sleep_ms(60);
+    }
+    void click(int x, int y, const std::string& options = {}) {
+        go(x, y);
+        xdotool("click " + options + " 1");
+        sleep_ms(150);
+    }
+    void pull(int x, int y, int to_x, int to_y) {
+        go(x, y);
+        xdotool("mousedown 1");
+        for (int i = 1; i <= 4; ++i)
+            go(x + (to_x - x) * i / 4, y + (to_y - y) * i / 4);
+        xdotool("mouseup 1");
+        sleep_ms(150);
+    }
+    // A hundred files; the row of file i is i + 1.
+    void make_files() {
+        for (int i = 0; i < 100; ++i)
+            write_file(l("f" + std::to_string(100 + i)), "x");
+    }
+    // F5 takes what is marked, and tells by it where the clicks have gone. The line with its result
+    // moves all rows down.
+    void copy_marked(const std::string& expected) {
+        keys("F5");
+        EXPECT_TRUE(wait_until(20, [&] { return exists(r(expected)); })) << expected;
+    }
+    void quit() {
+        keys("ctrl+q");
+        EXPECT_EQ(m_program.wait(15), 0);
+    }
+    bool stored(const std::string& line) {
+        const std::string text = read_file(m_program.settings_path());
+        return text.find(line) != std::string::npos;
+    }
+
+    std::string m_window;
+};
+
+TEST_F(PointerRoads, rows_are_marked_and_a_double_click_enters) {
+    make_dirs(l("a folder/inner"));
+    make_files();
+    open();
+    click(200, row_y(1), "--repeat 2 --delay 60");
+    keys("ctrl+r");
+    EXPECT_TRUE(m_program.wait_logged("action: Refresh [" + l("a folder") + "]"));
+    click(200, row_y(0), "--repeat 2 --delay 60");
+    click(800, row_y(0));
+    keys("ctrl+r");
+    EXPECT_TRUE(m_program.wait_logged("action: Refresh [" + m_right.path() + "]"));
+    click(200, row_y(3));
+    copy_marked("f101");
+    EXPECT_FALSE(exists(r("f100")));
+    EXPECT_FALSE(exists(r("a folder")));
+    quit();
+}
+
+TEST_F(PointerRoads, titles_sort_and_edges_are_pulled) {
+    write_file(l("large"), "12345");
+    write_file(l("small"), "1");
+    open();
+    // The edge behind the last column, which is the date.
+    pull(498, kHeadY, 538, kHeadY + 200);
+    click(60, kHeadY);  // by the name, downwards
+    click(200, row_y(1));
+    copy_marked("small");
+    EXPECT_FALSE(exists(r("large")));
+    quit();
+    EXPECT_TRUE(stored("\"col_w_modified\": 144")) << read_file(m_program.settings_path());
+    EXPECT_TRUE(stored("\"col_w_size\": 0"));
+}
+
+TEST_F(PointerRoads, the_wheel_scrolls) {
+    make_files();
+    open();
+    go(200, row_y(5));
+    xdotool("click --repeat 2 --delay 60 5");  // six rows down
+    sleep_ms(200);
+    click(200, row_y(0));
+    copy_marked("f105");
+    quit();
+}
+
+TEST_F(PointerRoads, the_vertical_thumb_scrolls) {
+    make_files();
+    open();
+    pull(kThumbX, 208 + 50, kThumbX, 690);
+    click(200, row_y(18));  // the last row of those in view
+    copy_marked("f199");
+    quit();
+}
+
+TEST_F(PointerRoads, the_horizontal_thumb_scrolls) {
+    make_files();
+    m_program.write_settings("{\n  \"col_w_name\": 800\n}\n");
+    open();
+    click(40, row_y(1));
+    // The title of the date, which stood far outside, sorts from where it has come to.
+    pull(60, 687, 480, 687);
+    click(450, kHeadY);
+    quit();
+    EXPECT_TRUE(stored("\"left_sort_key\": \"modified\"")) << read_file(m_program.settings_path());
+}
+
+TEST_F(PointerRoads, a_click_into_the_path_bar_a_path_and_return) {
+    make_dirs(l("sub"));
+    open();
+    click(490, kPathY);
+    keys("End slash s u b Return");
+    keys("ctrl+r");
+    EXPECT_TRUE(m_program.wait_logged("path bar → " + l("sub")));
+    EXPECT_TRUE(m_program.wait_logged("action: Refresh [" + l("sub") + "]"));
+    quit();
+}
+
+TEST_F(PointerRoads, a_rename_is_committed_by_a_click_on_another_row) {
+    for (const char* name : {"a", "b", "c"})
+        write_file(l(name), name);
+    open();
+    click(200, row_y(2));
+    keys("F2 Home z");
+    click(200, row_y(3));
+    ASSERT_TRUE(wait_until(10, [this] { return exists(l("zb")); }));
+    copy_marked("c");
+    EXPECT_EQ(read_file(l("zb")), "b");
+    quit();
+}
+
 }  // namespace
