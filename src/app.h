@@ -503,7 +503,10 @@ class App {
     void scroll_overlay(guint key);
     [[nodiscard]] static bool is_return(guint key);
     // Whether the key is one of the table.
-    bool handle_shortcut(GdkEventKey* event);
+    bool handle_shortcut(guint key, guint state);
+    // With Ctrl alone on a keyboard that types another alphabet, what the key is in the first of
+    // its layouts that types Latin letters; else the key's own value.
+    [[nodiscard]] static guint latin_key(const GdkEventKey& event);
     // The text grows while one keystroke follows the other within a second. The parent row counts
     // as an entry, and the search always begins at the top.
     void type_ahead(const std::string& text, double now);

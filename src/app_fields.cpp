@@ -204,11 +204,12 @@ bool App::handle_path_edit_key(GdkEventKey* event) {
     } else if (is_return(key)) {
         commit_path_edit();
     } else if (event->state & GDK_CONTROL_MASK) {
-        if (key == GDK_KEY_c) {
+        const guint letter = latin_key(*event);
+        if (letter == GDK_KEY_c) {
             set_clipboards(m_path_buffer);
-        } else if (key == GDK_KEY_a) {
+        } else if (letter == GDK_KEY_a) {
             m_path_caret = m_path_buffer.size();
-        } else if (key == GDK_KEY_v) {
+        } else if (letter == GDK_KEY_v) {
             const std::string line = clipboard_line();  // runs the main loop meanwhile
             if (m_path_edit >= 0)
                 path_insert(line);
@@ -324,7 +325,7 @@ bool App::handle_rename_key(GdkEventKey* event) {
         pane.rename_backspace();
     else if (key == GDK_KEY_Delete)
         pane.rename_delete();
-    else if (key == GDK_KEY_v && event->state & GDK_CONTROL_MASK)
+    else if (event->state & GDK_CONTROL_MASK && latin_key(*event) == GDK_KEY_v)
         pane.rename_insert(clipboard_line());
     else
         pane.rename_insert(typed_text(*event));
@@ -340,7 +341,7 @@ void App::handle_input_key(GdkEventKey* event) {
         return;
     if (key == GDK_KEY_BackSpace)
         erase_before(m_input_buffer, m_input_caret);
-    else if (key == GDK_KEY_v && event->state & GDK_CONTROL_MASK)
+    else if (event->state & GDK_CONTROL_MASK && latin_key(*event) == GDK_KEY_v)
         input_insert(clipboard_line());
     else
         input_insert(typed_text(*event));

@@ -63,6 +63,35 @@ constexpr MoveRow kMoveKeys[] = {
     {GDK_KEY_Home, Pane::Move::First},     {GDK_KEY_End, Pane::Move::Last},
 };
 
+// By the letter a. A key that types the same in several layouts is listed with one of them alone,
+// so each is asked.
+bool is_latin(GdkKeymap* keymap, int layout) {
+    GdkKeymapKey* keys = nullptr;
+    int count = 0;
+    gdk_keymap_get_entries_for_keyval(keymap, GDK_KEY_a, &keys, &count);
+    bool found = false;
+    for (int i = 0; i < count && !found; ++i) {
+        guint typed = 0;
+        gdk_keymap_translate_keyboard_state(keymap, keys[i].keycode, GdkModifierType{}, layout,
+                                            &typed, nullptr, nullptr, nullptr);
+        found = typed == GDK_KEY_a;
+    }
+    g_free(keys);
+    return found;
+}
+
+// The first of the keyboard's layouts that types Latin letters. -1: none does, or the one in use is
+// such a layout itself, whose keys mean what they type.
+int latin_layout(GdkKeymap* keymap, int in_use) {
+    constexpr int kLayouts = 4;  // more there are not
+    if (is_latin(keymap, in_use))
+        return -1;
+    for (int layout = 0; layout < kLayouts; ++layout)
+        if (is_latin(keymap, layout))
+            return layout;
+    return -1;
+}
+
 }  // namespace
 
 bool App::is_return(guint key) {
@@ -95,16 +124,33 @@ void App::handle_plain_key(GdkEventKey* event) {
             cancel_work();
         return request_redraw();
     }
-    if (!handle_shortcut(event))
-        type_ahead(typed_text(*event), now_seconds());
+    const guint latin = latin_key(*event);
+    if (handle_shortcut(event->keyval, event->state) ||
+        (latin != event->keyval && handle_shortcut(latin, event->state)))
+        return;
+    type_ahead(typed_text(*event), now_seconds());
 }
 
-bool App::handle_shortcut(GdkEventKey* event) {
+guint App::latin_key(const GdkEventKey& event) {
+    const guint lower = gdk_keyval_to_lower(event.keyval);
+    const bool latin = lower >= GDK_KEY_a && lower <= GDK_KEY_z;
+    if (latin || (event.state & (GDK_CONTROL_MASK | GDK_SHIFT_MASK)) != GDK_CONTROL_MASK)
+        return event.keyval;
+    GdkKeymap* const keymap = gdk_keymap_get_for_display(gdk_display_get_default());
+    const int layout = latin_layout(keymap, event.group);
+    guint key = 0;
+    if (layout < 0 || !gdk_keymap_translate_keyboard_state(
+                          keymap, event.hardware_keycode, static_cast<GdkModifierType>(event.state),
+                          layout, &key, nullptr, nullptr, nullptr))
+        return event.keyval;
+    return key;
+}
+
+bool App::handle_shortcut(guint key, guint state) {
     Pane& pane = active_pane();
-    const guint key = event->keyval;
-    const bool shift = event->state & GDK_SHIFT_MASK;
+    const bool shift = state & GDK_SHIFT_MASK;
     for (const KeyRow& row : kActionKeys) {
-        if (row.key != key || (event->state & row.needed) != row.needed)
+        if (row.key != key || (state & row.needed) != row.needed)
             continue;
         perform(row.action, 0);
         return true;
@@ -126,7 +172,7 @@ bool App::handle_shortcut(GdkEventKey* event) {
         pane.clear_selection();
     else if (key == GDK_KEY_space)
         pane.toggle_selection(pane.cursor());
-    else if (key == GDK_KEY_f && event->state & GDK_CONTROL_MASK)
+    else if (key == GDK_KEY_f && state & GDK_CONTROL_MASK)
         begin_search(m_active_right);
     else
         return false;
