@@ -19,6 +19,7 @@
 #include "copy_engine.h"
 #include "dir_lister.h"
 #include "file_ops.h"
+#include "logger.h"
 #include "pane.h"
 #include "pane_columns.h"
 #include "theme.h"
@@ -399,6 +400,8 @@ class App {
     // The size that the open dialogue would like in a window of this size. Only in a frame.
     Size overlay_size(double window_w, double window_h);
     void draw_resize_grip(double right_x, double bottom_y);
+    void fill_list_ground(const Rect& list);
+    void draw_list_thumb(const Rect& list, int total, int first);
     // One row from the right, the last button rightmost; y is its top, w the panel's width. The
     // order is that in which the buttons pick their letters, which replace those of an earlier row.
     void draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons);
@@ -427,6 +430,19 @@ class App {
                         const Accelerator& accel);
     void draw_overlay_bookmark_side(double x, double y, double w, double h);
     void draw_overlay_unpack_side(double x, double y, double w, double h);
+
+    // --- Log (app_log.cpp), bookmarks (app_bookmarks.cpp) -------------------------------------
+
+    void draw_overlay_log(double x, double y, double w, double h);
+    void draw_log_tools(double x, double y);
+    void draw_log_lines(const std::vector<Log::Entry>& lines, double x, const Rect& list);
+    void draw_log_hthumb(const Rect& list);
+    void drag_log_scroll(double x, double y);  // to the pointer, by m_log_drag
+    void draw_overlay_bookmarks(double x, double y, double w, double h);
+    void draw_bookmark(int index, const std::string& name, const std::string& path,
+                       const Rect& row);
+    // An index goes to that folder; turned over (~index) it forgets it.
+    void click_bookmark(int param);
 
     // --- Dialogues (app_dialogs.cpp) ----------------------------------------------------------
 
@@ -700,9 +716,19 @@ class App {
     int m_overlay_resize = 0;        // whose grip is held: 1 archive view, 2 hex view; 0: none
     bool m_overlay_scrolls = false;  // set by a dialogue that scrolls as it is painted
     int m_overlay_page = 0;          // its rows in view
-    int m_list_scroll = 0;           // its first row; 0 whenever a dialogue opens
-    std::string m_input_buffer;      // UTF-8
-    size_t m_input_caret = 0;        // bytes; on a character boundary
+    int m_list_scroll = 0;           // its first row; 0 whenever a dialogue opens; -1: the end
+    // The thumbs of a list, written as it is painted.
+    double m_log_track_x = 0;
+    double m_log_track_w = 0;
+    double m_log_track_y = 0;
+    double m_log_track_h = 0;
+    double m_log_content_w = 0;  // of the rows in view
+    double m_log_max_h = 0;      // how far they can be scrolled to the side
+    double m_log_hscroll = 0;
+    int m_log_max_scroll = 0;    // the first row of the last page
+    int m_log_drag = 0;          // 1: the vertical thumb is held, 2: the horizontal one
+    std::string m_input_buffer;  // UTF-8
+    size_t m_input_caret = 0;    // bytes; on a character boundary
     bool m_conflict_apply_all = false;
     file_ops::Properties m_properties;
     std::string m_pending_bookmark;  // the path that a bookmark's dialogue is about; empty: none
@@ -743,6 +769,7 @@ class App {
 
     // --- Fields: pointer (app_pointer.cpp) ----------------------------------------------------
 
+    int m_list_hover = -1;  // the row of a dialogue's list under the pointer
     int m_hover = -1;  // an index into m_hits, set by motion and leave; hovered() checks its bounds
     double m_mouse_x = 0;
     double m_mouse_y = 0;

@@ -236,7 +236,15 @@ void App::dispatch(Action action) {
     case Action::LogClear:
         Log::instance().clear();
         Log::infof("log cleared by the user");
+        m_list_scroll = -1;
         return;
+    case Action::LogWindow:
+        open_overlay(Overlay::LogView, tr("dlg.log_title"));
+        m_list_scroll = -1;
+        m_log_hscroll = 0;
+        return;
+    case Action::BookmarkManage:
+        return open_overlay(Overlay::Bookmarks, tr("menu.bookmarks"));
     case Action::LogOpenFile: {
         const std::string error = file_ops::open_with_default_app(Log::instance().file_path());
         return error.empty() ? void() : show_error(error);
@@ -256,14 +264,12 @@ void App::dispatch(Action action) {
     case Action::ViewArchive:
     case Action::ViewHex:
     case Action::OpenTerminal:
-    case Action::BookmarkManage:
     case Action::UnpackLeft:
     case Action::UnpackRight:
     case Action::PackTargetLeft:
     case Action::PackTargetRight:
     case Action::About:
     case Action::SettingsWindow:
-    case Action::LogWindow:
     case Action::Licenses:
     case Action::SandboxInfo:
     case Action::SandboxCopyCommand:

@@ -35,6 +35,11 @@ void App::begin_drag(const HitRect& hit, double x, double y) {
         m_drag_scroll_right = hit.right;
         m_drag_scroll_offset = y - hit.y + m_pane_vtrack_y[side];
         break;
+    case Hit::LogVThumb:
+    case Hit::LogHThumb:
+        m_log_drag = hit.what == Hit::LogVThumb ? 1 : 2;
+        drag_log_scroll(x, y);
+        break;
     case Hit::OverlayResize:
         m_overlay_resize = hit.param == 0 ? 1 : 2;
         break;
@@ -44,7 +49,9 @@ void App::begin_drag(const HitRect& hit, double x, double y) {
 }
 
 bool App::drag_to(double x, double y) {
-    if (m_col_drag != kNoColumn)
+    if (m_log_drag != 0)
+        drag_log_scroll(x, y);
+    else if (m_col_drag != kNoColumn)
         set_column_width(m_col_drag, x - m_col_drag_x);
     else if (m_pane_hdrag >= 0)
         drag_pane_hscroll(x);
@@ -61,7 +68,8 @@ bool App::drag_to(double x, double y) {
 // What has been changed by pulling is written once, at the end.
 void App::end_drags() {
     const bool sizes = m_col_drag != kNoColumn || m_overlay_resize != 0;
-    const bool scrolling = m_pane_hdrag >= 0 || m_dragging_scroll;
+    const bool scrolling = m_log_drag != 0 || m_pane_hdrag >= 0 || m_dragging_scroll;
+    m_log_drag = 0;
     m_col_drag = kNoColumn;
     m_pane_hdrag = -1;
     m_overlay_resize = 0;

@@ -236,6 +236,8 @@ bool App::handle_overlay_key(GdkEventKey* event) {
 void App::scroll_overlay(guint key) {
     constexpr int kEnd = 1 << 30;  // the painter cuts it down to the last page
     const int page = std::max(m_overlay_page, 1);
+    if (m_list_scroll < 0)  // at the end, where the last page is
+        m_list_scroll = m_log_max_scroll;
     if (key == GDK_KEY_Home)
         m_list_scroll = 0;
     else if (key == GDK_KEY_End)
@@ -244,7 +246,5 @@ void App::scroll_overlay(guint key) {
         m_list_scroll -= key == GDK_KEY_Up ? 1 : page;
     else if (key == GDK_KEY_Down || key == GDK_KEY_Page_Down)
         m_list_scroll += key == GDK_KEY_Down ? 1 : page;
-    else
-        return;
     m_list_scroll = std::max(m_list_scroll, 0);
 }

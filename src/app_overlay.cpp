@@ -184,6 +184,10 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
         return draw_overlay_bookmark_side(x, y, w, h);
     case Overlay::UnpackSide:
         return draw_overlay_unpack_side(x, y, w, h);
+    case Overlay::LogView:
+        return draw_overlay_log(x, y, w, h);
+    case Overlay::Bookmarks:
+        return draw_overlay_bookmarks(x, y, w, h);
     // Nothing opens these yet.
     case Overlay::None:
     case Overlay::About:
@@ -191,8 +195,6 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
     case Overlay::Pack:
     case Overlay::Properties:
     case Overlay::LanguagePicker:
-    case Overlay::LogView:
-    case Overlay::Bookmarks:
     case Overlay::FontPicker:
     case Overlay::ArchiveView:
     case Overlay::HexView:
@@ -213,6 +215,30 @@ void App::draw_resize_grip(double right_x, double bottom_y) {
     cairo_stroke(m_cr);
     add_hit(right_x - 26, bottom_y - 26, 26, 26, Hit::OverlayResize,
             m_overlay == Overlay::ArchiveView ? 0 : 1);
+}
+
+// --- Lists ------------------------------------------------------------------------------------
+
+// Darker, and lighter, than anything in the palette, as the ground of what is read line by line.
+void App::fill_list_ground(const Rect& list) {
+    fill_rounded(list.x, list.y, list.w, list.h, 4, m_palette.dark ? "#101317" : "#FBFBFC", 1);
+}
+
+// At the right edge of a list of `total` rows, whose first row in view is `first`.
+void App::draw_list_thumb(const Rect& list, int total, int first) {
+    m_log_track_y = list.y + 2;
+    m_log_track_h = list.h - 4;
+    m_log_max_scroll = std::max(0, total - m_overlay_page);
+    if (total <= m_overlay_page || m_log_track_h <= 0)
+        return;
+    const double x = list.x + list.w - 11;
+    const double thumb_h = std::min(
+        m_log_track_h, std::max(24.0, m_log_track_h * m_overlay_page / static_cast<double>(total)));
+    const double share = static_cast<double>(first) / m_log_max_scroll;
+    fill_rounded(x, m_log_track_y, 7, m_log_track_h, 4, m_palette.progress_track, 0.45);
+    fill_rounded(x, m_log_track_y + share * (m_log_track_h - thumb_h), 7, thumb_h, 4,
+                 m_palette.secondary, m_log_drag == 1 ? 0.85 : 0.55);
+    add_hit(x - 2, m_log_track_y, 11, m_log_track_h, Hit::LogVThumb);
 }
 
 // --- Buttons ----------------------------------------------------------------------------------

@@ -169,9 +169,15 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::ColumnResize:
     case Hit::PaneHScroll:
     case Hit::ScrollThumb:
+    case Hit::LogVThumb:
+    case Hit::LogHThumb:
         return begin_drag(hit, x, y);
     case Hit::Overlay:
         return perform(static_cast<Action>(hit.param), 0);
+    case Hit::ListItem:
+        if (m_overlay == Overlay::Bookmarks)
+            click_bookmark(hit.param);
+        return;
     case Hit::ProgressCancel:
         return cancel_work();
     case Hit::ErrorBanner:
@@ -185,13 +191,10 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::PaneHeaderMenu:
     case Hit::DrivePicker:
     case Hit::DriveItem:
-    case Hit::LogVThumb:
-    case Hit::LogHThumb:
     case Hit::HexThumb:
     case Hit::HexByte:
     case Hit::HexFindField:
     case Hit::PackFormat:
-    case Hit::ListItem:
     case Hit::BookmarkItem:
     case Hit::RecentItem:
     case Hit::PermBit:
@@ -356,9 +359,14 @@ void App::handle_motion(double x, double y) {
 void App::hover_over(const HitRect* hit) {
     show_cursor(hit ? cursor_for(hit->what) : nullptr);
     const int hover = hit ? static_cast<int>(hit - m_hits.data()) : -1;
-    if (hover == m_hover)
+    // A row and the mark in it are one; the mark's number is turned over.
+    int list_hover = hit && hit->what == Hit::ListItem ? hit->param : -1;
+    if (hit && hit->what == Hit::ListItem && hit->param < 0)
+        list_hover = ~hit->param;
+    if (hover == m_hover && list_hover == m_list_hover)
         return;
     m_hover = hover;
+    m_list_hover = list_hover;
     request_redraw();
 }
 
@@ -378,7 +386,7 @@ void App::show_cursor(const char* name) {
 void App::handle_leave() {
     if (m_hover < 0)
         return;
-    m_hover = -1;
+    m_hover = m_list_hover = -1;
     request_redraw();
 }
 
@@ -389,15 +397,23 @@ void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, 
     const double turn = smooth ? std::clamp(delta_y, -1e6, 1e6) : wheel_direction(direction);
     const int rows = static_cast<int>(kWheelRows * turn);
     const bool in_list = m_overlay != Overlay::None && m_overlay_scrolls;
+    const bool sideways = state & GDK_SHIFT_MASK;
+    if (in_list && m_overlay == Overlay::LogView && sideways) {
+        const int units = static_cast<int>(kWheelUnits * turn);
+        m_log_hscroll = std::max(0.0, m_log_hscroll + units);
+        return units == 0 ? void() : request_redraw();
+    }
     if (turn == 0 || (in_list && rows == 0))
         return;
     request_redraw();
     if (in_list) {
-        m_list_scroll = std::max(0, std::max(0, m_list_scroll) + rows);
+        // Below 0 it is at the end, where the last page is.
+        const int from = m_list_scroll < 0 ? m_log_max_scroll : m_list_scroll;
+        m_list_scroll = std::max(0, from + rows);
         return;
     }
     const bool right = x >= m_layout.right_x;
-    if (state & GDK_SHIFT_MASK) {
+    if (sideways) {
         const int side = right ? 1 : 0;
         const double last = std::max(0.0, m_pane_content_w[side] - m_pane_view_w[side]);
         m_pane_hscroll[side] = std::clamp(m_pane_hscroll[side] + kWheelUnits * turn, 0.0, last);

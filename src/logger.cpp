@@ -2,6 +2,7 @@
 
 #include "paths.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <sys/stat.h>
@@ -185,16 +186,22 @@ void Log::debugf(const char* format, ...) {
     va_end(args);
 }
 
-std::vector<Log::Entry> Log::recent() const {
+std::vector<Log::Entry> Log::recent(size_t first, size_t count) const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    const auto pos = static_cast<std::ptrdiff_t>(m_ring_pos);
+    const size_t held = m_ring_wrapped ? kRingSize : m_ring_pos;
+    const size_t oldest = m_ring_wrapped ? m_ring_pos : 0;
     std::vector<Entry> lines;
-    if (m_ring_wrapped) {
-        lines.reserve(kRingSize);
-        lines.insert(lines.end(), m_ring.begin() + pos, m_ring.end());
-    }
-    lines.insert(lines.end(), m_ring.begin(), m_ring.begin() + pos);
+    first = std::min(first, held);
+    count = std::min(count, held - first);
+    lines.reserve(count);
+    for (size_t i = first; i < first + count; ++i)
+        lines.push_back(m_ring[(oldest + i) % kRingSize]);
     return lines;
+}
+
+size_t Log::size() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_ring_wrapped ? kRingSize : m_ring_pos;
 }
 
 void Log::clear() {

@@ -43,7 +43,10 @@ class Log {
     static void debugf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
     // A copy of the ring, oldest line first.
-    [[nodiscard]] std::vector<Entry> recent() const;
+    [[nodiscard]] std::vector<Entry> recent() const { return recent(0, kRingSize); }
+    // Of that, so many lines from the given one on, or as many as there are.
+    [[nodiscard]] std::vector<Entry> recent(size_t first, size_t count) const;
+    [[nodiscard]] size_t size() const;  // how many lines the ring holds
 
     // Empties the ring. The file keeps its lines.
     void clear();
