@@ -22,16 +22,17 @@ namespace {
 thread_local long t_allocations = 0;
 }
 
-void* operator new(size_t size) {
+// Inlined, the pair looks mismatched to the compiler.
+[[gnu::noinline]] void* operator new(size_t size) {
     ++t_allocations;
     if (void* memory = std::malloc(size ? size : 1))
         return memory;
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
     std::free(memory);
 }
 #endif
