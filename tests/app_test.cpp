@@ -111,7 +111,11 @@ TEST_F(AppTest, a_press_takes_the_focus_to_the_canvas) {
 
 TEST_F(AppTest, the_start_logs_five_lines_and_the_window) {
     start();
-    const std::vector<std::string> lines = log_lines();
+    std::vector<std::string> lines = log_lines();
+    // Tools are looked for meanwhile.
+    std::erase_if(lines, [](const std::string& line) {
+        return line.starts_with("archiver") || line.starts_with("terminal: ");
+    });
     ASSERT_GE(lines.size(), 5U);
     EXPECT_EQ(lines[0], "Ferrodeck " FERRODECK_VERSION " (build " FERRODECK_BUILD ") starting");
     EXPECT_EQ(lines[1],

@@ -147,7 +147,7 @@ std::vector<Literal> literals_of(const std::string& source) {
             i = source.find("*/", i) + 1;
         } else if (c == '\'' && word.empty()) {  // not the separator in 100'000
             i += source[i + 1] == '\\' ? 3 : 2;
-            i = source.find('\'', i - 1);
+            i = source.find('\'', i);
         } else if (source.compare(i, 8, "#include") == 0) {
             i = source.find('\n', i);
         } else if (c == '"') {
@@ -221,6 +221,7 @@ TEST(Catalogue, a_wrong_key_in_a_source_is_found) {
     EXPECT_EQ(strangers_of("Row kRows[] = {{\"col.siez\", 3}};"), Strings({"col.siez"}));
     EXPECT_EQ(strangers_of("#include \"settings.h\"\nopen(\"settings.json\")"), Strings());
     EXPECT_EQ(strangers_of("attr(\"x\"); str(\"y\"); open(\"tar.gz\"); // tr(\"z\")"), Strings());
+    EXPECT_EQ(strangers_of("f(without(text, '\\''), '\"'); tr(\"w\")"), Strings({"w"}));
     EXPECT_EQ(strangers_of("c == '\"'; d == '\\''; n = 100'000; tr(\"w\")"), Strings({"w"}));
 }
 
