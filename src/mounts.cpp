@@ -88,14 +88,16 @@ std::vector<Mount> parse_mountinfo(std::istream& in) {
     return table;
 }
 
+std::vector<Mount> read_table() {
+    // Not by a stream, whose descriptor the programs that are started would inherit.
+    std::string text;
+    static_cast<void>(config_file::read("/proc/self/mountinfo", text));
+    std::istringstream in(text);
+    return parse_mountinfo(in);
+}
+
 const std::vector<Mount>& all() {
-    static const std::vector<Mount> table = [] {
-        // Not by a stream, whose descriptor the programs that are started would inherit.
-        std::string text;
-        static_cast<void>(config_file::read("/proc/self/mountinfo", text));
-        std::istringstream in(text);
-        return parse_mountinfo(in);
-    }();
+    static const std::vector<Mount> table = read_table();
     return table;
 }
 

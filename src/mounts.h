@@ -1,4 +1,4 @@
-// The kernel's table of mounted file systems, read once, and what may be expected of a file system
+// The kernel's table of mounted file systems, and what may be expected of a file system
 // by its type. Any thread may call; nothing here touches a disk.
 
 #pragma once
@@ -19,6 +19,9 @@ struct Mount {
 // The whole table in the kernel's order, as it was when first asked for: the answer stays for the
 // rest of the run. An unreadable table is an empty one.
 [[nodiscard]] const std::vector<Mount>& all();
+
+// The same as it is now.
+[[nodiscard]] std::vector<Mount> read_table();
 
 // The mount that a path lies on. Null when the table holds none; callers treat that as an unknown
 // file system. The pointer stays valid for the run.
