@@ -7,6 +7,7 @@
 
 #include "archive_ops.h"
 #include "desktop_theme.h"
+#include "drives.h"
 #include "file_ops.h"
 #include "fs_ops.h"
 #include "i18n.h"
@@ -35,6 +36,7 @@ constexpr int kDefaultHeight = 720;
 constexpr guint kTickMs = 100;
 constexpr double kProgressHoldSeconds = 2.5;
 constexpr double kEndWaitSeconds = 2.0;
+constexpr int kDrivesWaitMs = 500;
 
 bool same_order(const dir_lister::SortOrder& a, const dir_lister::SortOrder& b) {
     return a.key == b.key && a.ascending == b.ascending && a.dirs_first == b.dirs_first;
@@ -179,7 +181,9 @@ void App::begin(int argc, char** argv) {
     const Settings& settings = SettingsStore::instance().get();
     I18n::instance().set_language(settings.language);
     I18n::instance().set_ui_font(settings.font_family);
+    m_invoking_user = invoking_user();
     log_start();
+    drives::init();
     // Which tools there are is asked before the first frame, which must not wait for them.
     (void)archive_ops::available_formats();
     (void)file_ops::terminal_program();
@@ -209,6 +213,7 @@ void App::finish() {
     if (display)
         gdk_display_flush(display);
     end_workers();
+    drives::shutdown_wait(kDrivesWaitMs);
 }
 
 // A worker may be stuck in the kernel, on a mount whose server is gone, where no signal reaches it
@@ -260,13 +265,12 @@ void App::parse_arguments(int argc, char** argv) {
 void App::log_start() const {
     const Settings& settings = SettingsStore::instance().get();
     const int threads = settings.thread_count;
-    const std::string caller = invoking_user();
     Log::infof("%s %s (build %s) starting", "Ferrodeck", FERRODECK_VERSION, FERRODECK_BUILD);
     Log::infof("%d CPU cores available, copy streams: %s", fsops::cpu_cores(),
                threads == 0 ? "automatic" : std::to_string(threads).c_str());
     Log::infof("package %s, uid %d%s%s", package_kind(), static_cast<int>(geteuid()),
                running_as_root() ? " (ROOT)" : "",
-               caller.empty() ? "" : (" via " + caller).c_str());
+               m_invoking_user.empty() ? "" : (" via " + m_invoking_user).c_str());
     Log::infof("language %s, theme %s", I18n::instance().effective_language().c_str(),
                settings.theme.c_str());
 }
@@ -346,6 +350,7 @@ void App::refresh_both() {
     const bool show_hidden = SettingsStore::instance().get().show_hidden;
     m_left.reload(show_hidden);
     m_right.reload(show_hidden);
+    drives::refresh();
     request_redraw();
 }
 

@@ -18,6 +18,7 @@
 #include "bg_task.h"
 #include "copy_engine.h"
 #include "dir_lister.h"
+#include "drives.h"
 #include "file_ops.h"
 #include "logger.h"
 #include "pane.h"
@@ -350,14 +351,34 @@ class App {
     [[nodiscard]] const HitRect* hovered() const;
     [[nodiscard]] static const char* hit_name(Hit hit);
 
-    void draw_header(double y, double w);
-
     // --- Bridge and status bar (app_bridge.cpp) -----------------------------------------------
 
     void draw_bridge(double x, double y, double w, double h);
     void draw_direction(double left, double right, double y);
     void draw_status_bar(double y, double w);
     double draw_status_note(double y, double w, double right_end);
+
+    // --- Header (app_header.cpp) --------------------------------------------------------------
+
+    void draw_header(double y, double w);
+    // elapsed is in seconds, of whatever clock: the phase of what moves.
+    void draw_header_progress(double y, double w, double elapsed);
+    double draw_header_name(double centre);  // where it ends
+    void draw_header_lanes(double x, double y, double w, double elapsed);
+    void draw_header_badge(double name_end, double centre, double w);
+
+    // --- Drive bar and list of drives (app_drives.cpp) ----------------------------------------
+
+    void draw_drive_bar(const Pane& pane, bool right, double x, double y, double w);
+    void draw_drive_button(const Pane& pane, bool right, const Rect& button);
+    void draw_path_button(bool right, const Rect& button);
+    void draw_drive_list(double x, double y, double w);  // of the bar at that place
+    void draw_drive_row(int index, const Rect& row);
+    void click_drive_picker(bool right);
+    void click_drive_item(int index);
+    void hover_drive(const HitRect* hit);  // null: nothing is under the pointer
+    [[nodiscard]] bool drive_list_at(double x, double y) const;
+    void scroll_drive_list(int rows);
 
     // --- Panes (app_panes.cpp) ----------------------------------------------------------------
 
@@ -366,7 +387,6 @@ class App {
     // Clamps m_pane_hscroll and notes the widths of content and view.
     Columns place_pane_columns(const Pane& pane, bool right, double x, double w);
     void draw_pane_banner(bool right, double x, double y, double w);
-    void draw_drive_bar(const Pane& pane, double x, double y, double w);
     void draw_path_bar(const Pane& pane, bool right, double x, double y, double w);
     void draw_breadcrumb(const std::string& path, bool right, double x, double y, double w);
     void draw_path_editor(double x, double y, double w);
@@ -388,6 +408,8 @@ class App {
     // --- Progress band (app_progress.cpp) -----------------------------------------------------
 
     void draw_progress(double y, double w);
+    // The done share of the work that this frame shows, or -1 while there is none to tell.
+    [[nodiscard]] double frame_fraction() const;
     void draw_result_line(double y, double w, double h);
 
     // --- Frame of the dialogues, buttons (app_overlay.cpp) ------------------------------------
@@ -642,7 +664,8 @@ class App {
     GtkWidget* m_window = nullptr;
     GtkWidget* m_canvas = nullptr;  // the drawing area, owned by the window
     guint m_tick_id = 0;
-    bool m_quitting = false;  // a signal or the close button has asked for the end
+    std::string m_invoking_user;  // who called sudo or pkexec; empty: nobody did
+    bool m_quitting = false;      // a signal or the close button has asked for the end
 
     // --- Fields: panes (app.cpp) --------------------------------------------------------------
 
@@ -681,6 +704,7 @@ class App {
     Layout m_layout;
     copy_engine::Progress m_frame_copy;
     BgTask::Status m_frame_bg;
+    std::vector<drives::Drive> m_frame_drives;
     bool m_drawing_overlay = false;
     bool m_drawing_menu = false;
 
@@ -766,6 +790,12 @@ class App {
     bool m_context_menu = false;   // the menu of a pane
     bool m_column_menu = false;    // which is that of its columns
     int m_open_drive_picker = -1;  // 0 or 1: whose list of drives is open
+
+    // --- Fields: list of drives (app_drives.cpp). Live while it is open. ------------------------
+
+    Rect m_drive_list;       // of the last frame that painted it
+    int m_drive_scroll = 0;  // its first row
+    int m_drive_hover = -1;  // the row under the pointer
 
     // --- Fields: pointer (app_pointer.cpp) ----------------------------------------------------
 

@@ -80,7 +80,7 @@ void App::draw_pane(Pane& pane, bool right, double x, double y, double w, double
     double top = y;
     draw_pane_banner(right, x, top, w);
     top += Layout::banner_h;
-    draw_drive_bar(pane, x, top, w);
+    draw_drive_bar(pane, right, x, top, w);
     top += Layout::drive_h;
     draw_path_bar(pane, right, x, top, w);
     top += Layout::path_h;
@@ -198,15 +198,6 @@ void App::draw_pane_banner(bool right, double x, double y, double w) {
         return;
     const double hint_x = right ? arrow_x - kGap - hint_w : arrow_x + kArrow + kGap;
     draw_text(hint, hint_x, centre, 11, "#FFFFFF", false, false, 0.85);
-}
-
-void App::draw_drive_bar(const Pane& pane, double x, double y, double w) {
-    fill_band(x, y, w, Layout::drive_h, m_palette.bar);
-    const dir_lister::Listing& listing = pane.listing();
-    draw_text_clipped(
-        I18n::instance().trf("status.folder_summary", listing.dir_count, listing.file_count) +
-            "  ·  " + fmt::bytes(listing.total_bytes),
-        x + 10, y + Layout::drive_h / 2, w - 20, 11, m_palette.secondary, false, false);
 }
 
 void App::draw_path_bar(const Pane& pane, bool right, double x, double y, double w) {

@@ -99,10 +99,10 @@ void App::handle_click(double x, double y, int button, guint state, guint32 clic
 }
 
 // Only two presses on the same entry are a double click. The first of them may have closed a
-// dialogue above the row, or the list may have moved in between.
+// dialogue or a list above the row, or the list may have moved in between.
 void App::note_press(const HitRect* hit) {
     m_press_before_last = std::exchange(m_last_press, {});
-    if (hit && hit->what == Hit::PaneRow && m_overlay == Overlay::None)
+    if (hit && hit->what == Hit::PaneRow && m_overlay == Overlay::None && m_open_drive_picker < 0)
         m_last_press = {m_painted_order[hit->right ? 1 : 0].visit, hit->label};
 }
 
@@ -110,7 +110,7 @@ bool App::click_beside_menu(const HitRect* hit) {
     const Hit what = hit ? hit->what : Hit::None;
     if (m_context_menu && what != Hit::MenuItem) {
         m_context_menu = m_column_menu = false;
-    } else if (m_open_drive_picker >= 0 && what != Hit::DriveItem) {
+    } else if (m_open_drive_picker >= 0 && what != Hit::DriveItem && what != Hit::DrivePicker) {
         m_open_drive_picker = -1;
     } else if (m_open_menu >= 0 && !(hit && hit->in_menu)) {
         m_open_menu = -1;
@@ -134,6 +134,10 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
         if (button != 3 && !(state & (GDK_SHIFT_MASK | GDK_CONTROL_MASK)))
             active_pane().clear_selection();
         return;
+    case Hit::DrivePicker:
+        return click_drive_picker(hit.right);
+    case Hit::DriveItem:
+        return click_drive_item(hit.param);
     case Hit::PathSegment:
         return click_path_segment(hit);
     case Hit::PathBar:
@@ -189,8 +193,6 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::MenuTitle:
     case Hit::MenuItem:
     case Hit::PaneHeaderMenu:
-    case Hit::DrivePicker:
-    case Hit::DriveItem:
     case Hit::HexThumb:
     case Hit::HexByte:
     case Hit::HexFindField:
@@ -358,6 +360,7 @@ void App::handle_motion(double x, double y) {
 
 void App::hover_over(const HitRect* hit) {
     show_cursor(hit ? cursor_for(hit->what) : nullptr);
+    hover_drive(hit);
     const int hover = hit ? static_cast<int>(hit - m_hits.data()) : -1;
     // A row and the mark in it are one; the mark's number is turned over.
     int list_hover = hit && hit->what == Hit::ListItem ? hit->param : -1;
@@ -384,6 +387,7 @@ void App::show_cursor(const char* name) {
 }
 
 void App::handle_leave() {
+    hover_drive(nullptr);
     if (m_hover < 0)
         return;
     m_hover = m_list_hover = -1;
@@ -412,6 +416,10 @@ void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, 
         m_list_scroll = std::max(0, from + rows);
         return;
     }
+    // A slow touchpad still moves the list.
+    const int step = rows != 0 ? rows : turn > 0 ? 1 : -1;
+    if (drive_list_at(m_mouse_x, m_mouse_y))
+        return scroll_drive_list(step);
     const bool right = x >= m_layout.right_x;
     if (sideways) {
         const int side = right ? 1 : 0;
@@ -419,8 +427,6 @@ void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, 
         m_pane_hscroll[side] = std::clamp(m_pane_hscroll[side] + kWheelUnits * turn, 0.0, last);
         return;
     }
-    // A slow touchpad still moves the list.
-    const int step = rows != 0 ? rows : turn > 0 ? 1 : -1;
     Pane& pane = pane_for(right);
     pane.set_scroll(pane.scroll() + step, rows_in_view(right));
 }

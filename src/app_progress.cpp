@@ -12,21 +12,6 @@
 
 namespace {
 
-// The done share of a transfer or task, or -1 while there is none to tell.
-double fraction_of(const copy_engine::Progress& copy, const BgTask::Status& task) {
-    const auto share = [](int64_t done, int64_t total) {
-        return std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0);
-    };
-    if (copy.running) {
-        if (copy.scanning)
-            return -1;
-        if (copy.bytes_total > 0)
-            return share(copy.bytes_done, copy.bytes_total);
-        return copy.files_total > 0 ? share(copy.files_done, copy.files_total) : -1;
-    }
-    return task.total > 0 ? share(task.done, task.total) : -1;
-}
-
 std::string transfer_numbers(const copy_engine::Progress& p) {
     const bool move = p.operation == copy_engine::Operation::Move;
     std::string text = std::string(tr(move ? "progress.moving" : "progress.copying")) + "  ·  " +
@@ -56,6 +41,21 @@ std::string transfer_detail(const copy_engine::Progress& p) {
 
 }  // namespace
 
+double App::frame_fraction() const {
+    const auto share = [](int64_t done, int64_t total) {
+        return std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0);
+    };
+    const copy_engine::Progress& copy = m_frame_copy;
+    if (copy.running) {
+        if (copy.scanning)
+            return -1;
+        if (copy.bytes_total > 0)
+            return share(copy.bytes_done, copy.bytes_total);
+        return copy.files_total > 0 ? share(copy.files_done, copy.files_total) : -1;
+    }
+    return m_frame_bg.total > 0 ? share(m_frame_bg.done, m_frame_bg.total) : -1;
+}
+
 void App::draw_progress(double y, double w) {
     const double h = m_layout.progress_h;
     fill_band(0, y, w, h, m_palette.bar);
@@ -80,7 +80,7 @@ void App::draw_progress(double y, double w) {
 
     const double bar_w = std::max(0.0, bx - 20);
     fill_rounded(10, y + 10, bar_w, 18, 9, m_palette.progress_track, 1);
-    const double fraction = fraction_of(m_frame_copy, m_frame_bg);
+    const double fraction = frame_fraction();
     if (fraction >= 0) {
         const double fill_w = std::clamp(bar_w * fraction, std::min(18.0, bar_w), bar_w);
         fill_rounded(10, y + 10, fill_w, 18, 9, m_palette.progress_fill, 1);

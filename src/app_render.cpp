@@ -1,4 +1,4 @@
-// The frame: layout, painting primitives, hit rectangles, and the plain band above the panes.
+// The frame: layout, painting primitives, hit rectangles, and the order of the bands.
 //
 // All lengths are logical units with the origin at the window's upper left corner; the one scaling
 // by m_ui_scale happens in draw_frame(). GTK's own device scale is already in the Cairo context.
@@ -151,6 +151,7 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
     cairo_scale(cr, m_ui_scale, m_ui_scale);
     m_frame_copy = copy_engine::instance().snapshot();
     m_frame_bg = BgTask::instance().snapshot();
+    m_frame_drives = drives::list();
     const HitRect* hover = hovered();
     m_frame_hover = hover ? *hover : HitRect{};
     sync_input_method();
@@ -169,6 +170,7 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
 void App::draw_all() {
     const Layout& l = m_layout;
     fill_rect(0, 0, l.width, l.height, m_palette.window, 1);
+    fill_band(0, 0, l.width, l.menu_h, m_palette.bar);
     draw_header(l.header_y, l.width);
     draw_pane(m_left, false, l.left_x, l.pane_y, l.left_w, l.pane_h);
     draw_pane(m_right, true, l.right_x, l.pane_y, l.right_w, l.pane_h);
@@ -176,6 +178,10 @@ void App::draw_all() {
     draw_status_bar(l.status_y, l.width);
     if (l.progress_h > 0)
         draw_progress(l.progress_y, l.width);
+    if (m_open_drive_picker == 1)
+        draw_drive_list(l.right_x, l.pane_y + Layout::banner_h, l.right_w);
+    else if (m_open_drive_picker == 0)
+        draw_drive_list(l.left_x, l.pane_y + Layout::banner_h, l.left_w);
     if (m_overlay != Overlay::None)
         draw_overlay();
 }
@@ -435,16 +441,4 @@ const char* App::hit_name(Hit hit) {
         if (row.hit == hit)
             return row.name;
     return "?";
-}
-
-// --- The band above the panes -----------------------------------------------------------------
-
-// Menu strip and header as one calm band with the program's name.
-void App::draw_header(double y, double w) {
-    const double bottom = y + m_layout.header_h;
-    fill_band(0, 0, w, bottom, m_palette.bar);
-    fill_band(0, bottom - 1, w, 1, m_palette.divider);
-    const double centre = bottom / 2;
-    draw_text("Ferrodeck", 20, centre, 15, m_palette.text, true, false, 1);
-    draw_text_right("v" FERRODECK_VERSION, w - 10, centre, 11, m_palette.secondary, false, false);
 }
