@@ -358,6 +358,43 @@ class App {
     void draw_status_bar(double y, double w);
     double draw_status_note(double y, double w, double right_end);
 
+    // --- Menus (app_menus.cpp) ----------------------------------------------------------------
+
+    // One line of a menu, and how a kind of menu is laid out.
+    struct MenuLine;
+    struct MenuKind;
+    static const MenuKind kDropDown;
+    static const MenuKind kContextMenu;
+    static const MenuKind kColumnMenu;
+
+    void open_menu(int index);  // of the bar
+    // The bar's menu, a pane's menu and the list of drives. False: none was open.
+    bool close_menus();
+    [[nodiscard]] bool menu_open() const { return m_open_menu >= 0 || m_context_menu; }
+    void forget_menu_input();
+    // What the active pane has selected is what it is about. The point is where its corner goes.
+    void open_context_menu(double x, double y, bool right);
+    void open_column_menu(double x, double y, bool right);
+    void click_menu_title(int index);
+    void click_menu_item(Action action);
+    void click_bookmark_item(int index);
+    void click_recent_item(int index);
+    bool hover_menu(const HitRect* hit);  // true: something has to be painted
+    bool scroll_menu(double lines);       // false: no menu is open that scrolls
+
+    void draw_menu_bar();
+    double menu_title_width(size_t index);
+    void draw_open_menu();
+    void add_recent_lines(std::vector<MenuLine>& lines) const;
+    static void add_bookmark_lines(std::vector<MenuLine>& lines);
+    void draw_context_menu();
+    void draw_column_menu();
+    Size menu_size(const std::vector<MenuLine>& lines, const MenuKind& kind);
+    void draw_menu(const std::vector<MenuLine>& lines, const MenuKind& kind, double x, double y);
+    void draw_menu_line(const MenuLine& line, const MenuKind& kind, const Rect& box, double y);
+    void draw_tick(double x, double centre, double size, const std::string& color);
+    void draw_check_box(double x, double y, bool checked);
+
     // --- Header (app_header.cpp) --------------------------------------------------------------
 
     void draw_header(double y, double w);
@@ -500,8 +537,6 @@ class App {
     // Commits the rename of whichever pane has one. False: the name was refused, and a message
     // says why.
     bool commit_rename();
-    // The bar's menu, a pane's menu and the list of drives. False: none was open.
-    bool close_menus();
     static void set_clipboards(const std::string& text);
     [[nodiscard]] static bool show_hidden();  // as the settings say
 
@@ -612,7 +647,7 @@ class App {
     void click_row(const HitRect& hit, double x, double y, int button, guint state, guint32 clicks);
     void select_row(int row, bool right, int button, guint state);
     bool click_rename_box(double x, double y);
-    void click_header(const HitRect& hit, int button);
+    void click_header(const HitRect& hit);
     void click_path_segment(const HitRect& hit);
     void click_path_bar(const HitRect& hit, double x);
     void click_search_bar(const HitRect& hit);
@@ -784,12 +819,19 @@ class App {
     Rect m_caret_rect;           // of this frame; no width: none
     Rect m_told_caret_rect;      // surface pixels
 
-    // --- Fields: menus. close_menus() resets them. --------------------------------------------
+    // --- Fields: menus (app_menus.cpp). close_menus() resets the first four. -------------------
 
     int m_open_menu = -1;          // an index of the menu bar
     bool m_context_menu = false;   // the menu of a pane
     bool m_column_menu = false;    // which is that of its columns
     int m_open_drive_picker = -1;  // 0 or 1: whose list of drives is open
+    int m_menu_hover_item = -1;    // the Action of the item under the pointer
+    double m_menu_scroll = 0;      // how far down a menu that is taller than the window is
+    bool m_menu_scrolls = false;   // whether the last one painted is
+    std::vector<std::string> m_menu_recent;  // as they were when their menu was opened
+    double m_context_x = 0;                  // where it was asked for
+    double m_context_y = 0;
+    bool m_context_right = false;  // the pane it is about
 
     // --- Fields: list of drives (app_drives.cpp). Live while it is open. ------------------------
 

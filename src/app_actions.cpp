@@ -418,13 +418,6 @@ void App::begin_rename() {
     active_pane().ensure_cursor_visible(rows_in_view(m_active_right));
 }
 
-bool App::close_menus() {
-    const bool open = m_open_menu >= 0 || m_context_menu || m_open_drive_picker >= 0;
-    m_open_menu = m_open_drive_picker = -1;
-    m_context_menu = m_column_menu = false;
-    return open;
-}
-
 // The entry is found by its name, since a reload may have moved the rows since the rename began.
 bool App::commit_rename() {
     if (!m_left.renaming() && !m_right.renaming())

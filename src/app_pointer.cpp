@@ -98,11 +98,12 @@ void App::handle_click(double x, double y, int button, guint state, guint32 clic
     request_redraw();
 }
 
-// Only two presses on the same entry are a double click. The first of them may have closed a
-// dialogue or a list above the row, or the list may have moved in between.
+// Only two presses on the same entry are a double click. The first of them may have closed a menu,
+// a list or a dialogue above the row, or the list may have moved in between.
 void App::note_press(const HitRect* hit) {
     m_press_before_last = std::exchange(m_last_press, {});
-    if (hit && hit->what == Hit::PaneRow && m_overlay == Overlay::None && m_open_drive_picker < 0)
+    if (hit && hit->what == Hit::PaneRow && m_overlay == Overlay::None && !menu_open() &&
+        m_open_drive_picker < 0)
         m_last_press = {m_painted_order[hit->right ? 1 : 0].visit, hit->label};
 }
 
@@ -117,21 +118,34 @@ bool App::click_beside_menu(const HitRect* hit) {
     } else {
         return false;
     }
+    forget_menu_input();
     return true;
 }
 
 void App::click_hit(const HitRect& hit, double x, double y, int button, guint state) {
     switch (hit.what) {
+    case Hit::MenuTitle:
+        return click_menu_title(hit.param);
+    case Hit::MenuItem:
+        return click_menu_item(static_cast<Action>(hit.param));
+    case Hit::BookmarkItem:
+        return click_bookmark_item(hit.param);
+    case Hit::RecentItem:
+        return click_recent_item(hit.param);
     case Hit::PaneBanner:
         commit_rename();
         m_active_right = hit.right;
         return;
     case Hit::PaneHeader:
-        return click_header(hit, button);
+        return button == 3 ? open_column_menu(x, y, hit.right) : click_header(hit);
+    case Hit::PaneHeaderMenu:
+        return button == 3 ? open_column_menu(x, y, hit.right) : void();
     case Hit::PaneBackground:
         commit_rename();
         m_active_right = hit.right;
-        if (button != 3 && !(state & (GDK_SHIFT_MASK | GDK_CONTROL_MASK)))
+        if (button == 3)
+            open_context_menu(x, y, hit.right);
+        else if (!(state & (GDK_SHIFT_MASK | GDK_CONTROL_MASK)))
             active_pane().clear_selection();
         return;
     case Hit::DrivePicker:
@@ -190,15 +204,10 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::PaneRow:  // click_row()
         return;
     // No painter makes these yet.
-    case Hit::MenuTitle:
-    case Hit::MenuItem:
-    case Hit::PaneHeaderMenu:
     case Hit::HexThumb:
     case Hit::HexByte:
     case Hit::HexFindField:
     case Hit::PackFormat:
-    case Hit::BookmarkItem:
-    case Hit::RecentItem:
     case Hit::PermBit:
         return;
     }
@@ -230,7 +239,7 @@ void App::click_row(const HitRect& hit, double x, double y, int button, guint st
     if (button == 3) {
         if (!pane.is_selected(row))
             pane.set_cursor(row, true);
-        return request_redraw();
+        return open_context_menu(x, y, hit.right);
     }
     if (clicks == 2) {
         const EntryName entry = {painted.visit, hit.label};
@@ -280,10 +289,8 @@ bool App::click_rename_box(double x, double y) {
 }
 
 // A rename on this side goes on, and its entry stays in view.
-void App::click_header(const HitRect& hit, int button) {
+void App::click_header(const HitRect& hit) {
     activate_side(hit.right);
-    if (button == 3)
-        return;
     Pane& pane = active_pane();
     pane.toggle_sort_column(static_cast<dir_lister::SortKey>(hit.param));
     if (pane.renaming())
@@ -366,7 +373,7 @@ void App::hover_over(const HitRect* hit) {
     int list_hover = hit && hit->what == Hit::ListItem ? hit->param : -1;
     if (hit && hit->what == Hit::ListItem && hit->param < 0)
         list_hover = ~hit->param;
-    if (hover == m_hover && list_hover == m_list_hover)
+    if (!hover_menu(hit) && hover == m_hover && list_hover == m_list_hover)
         return;
     m_hover = hover;
     m_list_hover = list_hover;
@@ -388,7 +395,7 @@ void App::show_cursor(const char* name) {
 
 void App::handle_leave() {
     hover_drive(nullptr);
-    if (m_hover < 0)
+    if (!hover_menu(nullptr) && m_hover < 0)
         return;
     m_hover = m_list_hover = -1;
     request_redraw();
@@ -399,6 +406,8 @@ void App::handle_leave() {
 void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, guint state) {
     const bool smooth = direction == GDK_SCROLL_SMOOTH;
     const double turn = smooth ? std::clamp(delta_y, -1e6, 1e6) : wheel_direction(direction);
+    if (scroll_menu(kWheelRows * turn))
+        return;
     const int rows = static_cast<int>(kWheelRows * turn);
     const bool in_list = m_overlay != Overlay::None && m_overlay_scrolls;
     const bool sideways = state & GDK_SHIFT_MASK;

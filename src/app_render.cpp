@@ -178,10 +178,15 @@ void App::draw_all() {
     draw_status_bar(l.status_y, l.width);
     if (l.progress_h > 0)
         draw_progress(l.progress_y, l.width);
+    draw_menu_bar();
+    if (m_open_menu >= 0)
+        draw_open_menu();
     if (m_open_drive_picker == 1)
         draw_drive_list(l.right_x, l.pane_y + Layout::banner_h, l.right_w);
     else if (m_open_drive_picker == 0)
         draw_drive_list(l.left_x, l.pane_y + Layout::banner_h, l.left_w);
+    if (m_context_menu)
+        draw_context_menu();
     if (m_overlay != Overlay::None)
         draw_overlay();
 }

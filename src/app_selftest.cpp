@@ -156,6 +156,7 @@ bool App::self_test_step(const std::string& name) {
     }
     m_overlay_title.clear();
     close_overlay();
+    close_menus();
     return true;
 }
 

@@ -426,10 +426,10 @@ TEST_F(AppKeys, escape_goes_down_the_chain_one_mode_at_a_time) {
     pane().set_cursor(1, true);
     pane().begin_rename();
     app().begin_path_edit(false);
+    app().show_message("t", "x");
     app().m_open_menu = 2;
     app().m_context_menu = app().m_column_menu = true;
     app().m_open_drive_picker = 1;
-    app().show_message("t", "x");
     const auto state = [this] {
         std::string open;
         open += app().m_overlay != App::Overlay::None ? "dialogue " : "";

@@ -141,6 +141,7 @@ TEST_F(AppPointerRename, whatever_turns_to_something_else_commits_it) {
         EXPECT_EQ(app().m_active_right, c.right) << c.what;
         expect_b_renamed(c.what);
         undo();
+        app().close_menus();
     }
 }
 

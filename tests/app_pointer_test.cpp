@@ -49,6 +49,7 @@ TEST_F(AppPointer, a_right_click_keeps_the_marks_it_falls_on) {
     click(row(1));
     click(row(2), 1, GDK_CONTROL_MASK);
     click(row(2), 3);
+    key(GDK_KEY_Escape);
     EXPECT_EQ(selected_names(), (std::vector<std::string>{"file0", "file1"}));
     click(row(4), 3);
     EXPECT_EQ(selected_names(), (std::vector<std::string>{"file3"}));
@@ -162,6 +163,7 @@ TEST_F(AppPointer, the_background_and_the_banner_activate_their_side) {
     EXPECT_FALSE(app().m_active_right);
     EXPECT_EQ(selected_names(false).size(), 2U);
     click(background.x + 50, background.y + background.h - 10, 3);
+    key(GDK_KEY_Escape);
     EXPECT_EQ(selected_names(false).size(), 2U);
     click(background.x + 50, background.y + background.h - 10);
     EXPECT_TRUE(selected_names(false).empty());
