@@ -25,6 +25,7 @@
 #include <cstdlib>
 #include <gdk/gdkwayland.h>
 #include <glib-unix.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -162,6 +163,15 @@ void on_destroy_cb(GtkWidget*, gpointer data) {
     app_of(data).on_destroy();
 }
 
+// Beside the building of the window. Detached, since a tool that hangs must not keep the program.
+void find_tools() {
+    if (archive_ops::announce_probe())
+        std::thread([] {
+            (void)file_ops::terminal_program();
+            archive_ops::run_probe();
+        }).detach();
+}
+
 }  // namespace
 
 // --- Life -------------------------------------------------------------------------------------
@@ -184,9 +194,7 @@ void App::begin(int argc, char** argv) {
     m_invoking_user = invoking_user();
     log_start();
     drives::init();
-    // Which tools there are is asked before the first frame, which must not wait for them.
-    (void)archive_ops::available_formats();
-    (void)file_ops::terminal_program();
+    find_tools();
     load_state();
     build_window();
     watch_desktop_theme();

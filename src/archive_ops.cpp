@@ -1,12 +1,16 @@
 #include "archive_ops.h"
 
 #include "logger.h"
+#include "paths.h"
 
+#include <algorithm>
+#include <atomic>
 #include <glib.h>
 #include <iterator>
 #include <map>
 #include <string>
 #include <sys/wait.h>
+#include <utility>
 
 namespace archive_ops {
 
@@ -27,64 +31,121 @@ bool runs_ok(const char* tool) {
     return WIFEXITED(status) && WEXITSTATUS(status) != 126 && WEXITSTATUS(status) != 127;
 }
 
-// The formats share tools, and each is run but once.
+// The formats share tools, and each is run but once. Never destroyed, since a probe that hangs may
+// outlive main().
 bool tool_runs(const char* tool) {
-    static std::map<std::string, bool> asked;
+    static auto& asked = *new std::map<std::string, bool>;
     const auto found = asked.find(tool);
     if (found != asked.end())
         return found->second;
     return asked[tool] = runs_ok(tool);
 }
 
+using HasTool = bool (*)(const char* tool);
+
 // Null when none is there.
-const char* sevenzip_tool() {
+const char* sevenzip_tool(HasTool has) {
     for (const char* tool : {"7z", "7zz", "7za"})
-        if (tool_runs(tool))
+        if (has(tool))
             return tool;
     return nullptr;
 }
 
-bool tools_run(Format format) {
+bool has_tools(Format format, HasTool has) {
     switch (format) {
     case Format::TarGz:
-        return tool_runs("tar") && tool_runs("gzip");
+        return has("tar") && has("gzip");
     case Format::TarXz:
-        return tool_runs("tar") && tool_runs("xz");
+        return has("tar") && has("xz");
     case Format::TarBz2:
-        return tool_runs("tar") && tool_runs("bzip2");
+        return has("tar") && has("bzip2");
     case Format::TarZst:
-        return tool_runs("tar") && tool_runs("zstd");
+        return has("tar") && has("zstd");
     case Format::TarLz4:
-        return tool_runs("tar") && tool_runs("lz4");
+        return has("tar") && has("lz4");
     case Format::Tar:
-        return tool_runs("tar");
+        return has("tar");
     case Format::Zip:
-        return tool_runs("zip");
+        return has("zip");
     case Format::SevenZ:
-        return sevenzip_tool() != nullptr;
+        return sevenzip_tool(has) != nullptr;
     }
     return false;
 }
 
+template <class Predicate>
+std::vector<Format> formats_that(const Predicate& holds) {
+    std::vector<Format> formats;
+    std::copy_if(std::begin(kAllFormats), std::end(kAllFormats), std::back_inserter(formats),
+                 holds);
+    return formats;
+}
+
+bool contains(const std::vector<Format>& formats, Format format) {
+    return std::find(formats.begin(), formats.end(), format) != formats.end();
+}
+
+void log_format(Format format, bool available) {
+    Log::infof("archiver %-8s %s", label_for(format), available ? "available" : "missing");
+}
+
+void log_count(const std::vector<Format>& formats) {
+    Log::infof("archivers: %zu of %zu formats available", formats.size(), std::size(kAllFormats));
+}
+
+struct Probe {
+    std::vector<Format> guess;   // by the search path
+    std::vector<Format> answer;  // the probe's thread writes it before done
+    std::atomic<bool> done{false};
+    bool logged = false;
+};
+
+Probe* g_probe = nullptr;  // made by announce_probe(), and never destroyed
+
+const std::vector<Format>& probed_formats() {
+    if (!g_probe->done.load(std::memory_order_acquire))
+        return g_probe->guess;
+    if (!std::exchange(g_probe->logged, true)) {
+        for (const Format format : kAllFormats)
+            log_format(format, contains(g_probe->answer, format));
+        log_count(g_probe->answer);
+    }
+    return g_probe->answer;
+}
+
 }  // namespace
 
+bool announce_probe() {
+    if (g_probe)
+        return false;
+    g_probe = new Probe;
+    g_probe->guess = formats_that([](Format format) { return has_tools(format, in_search_path); });
+    return true;
+}
+
+void run_probe() {
+    g_probe->answer = formats_that([](Format format) { return has_tools(format, tool_runs); });
+    g_probe->done.store(true, std::memory_order_release);
+}
+
 bool format_available(Format format) {
+    if (g_probe)
+        return contains(probed_formats(), format);
     static std::map<Format, bool> asked;
     const auto found = asked.find(format);
     if (found != asked.end())
         return found->second;
-    const bool available = tools_run(format);
-    Log::infof("archiver %-8s %s", label_for(format), available ? "available" : "missing");
+    const bool available = has_tools(format, tool_runs);
+    log_format(format, available);
     return asked[format] = available;
 }
 
 const std::vector<Format>& available_formats() {
+    if (g_probe)
+        return probed_formats();
     static const std::vector<Format> formats = [] {
-        std::vector<Format> found;
-        for (const Format format : kAllFormats)
-            if (format_available(format))
-                found.push_back(format);
-        Log::infof("archivers: %zu of %zu formats available", found.size(), std::size(kAllFormats));
+        std::vector<Format> found = formats_that(format_available);
+        log_count(found);
         return found;
     }();
     return formats;

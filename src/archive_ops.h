@@ -1,5 +1,9 @@
-// Which archive formats can be packed here, by the tools that are installed. Interface thread; the
-// first question of each kind runs the tools and waits for them.
+// Which archive formats can be packed here, by the tools that are installed. Interface thread, but
+// for run_probe().
+//
+// Each tool is run once, which takes time. So that no frame waits for it, announce_probe() makes
+// the questions go by what is in the search path until run_probe(), on a thread of its own, has the
+// answer. Without it the first question runs the tools itself and waits.
 
 #pragma once
 
@@ -9,10 +13,15 @@
 
 namespace archive_ops {
 
-// Whether all tools that the format needs can be run. Asked once for each format.
+// False: there has been one.
+[[nodiscard]] bool announce_probe();
+// Once, after announce_probe(); any thread. It may outlive main().
+void run_probe();
+
+// Whether all tools that the format needs can be run.
 [[nodiscard]] bool format_available(Format format);
 
-// In the order of kAllFormats. Asked once; valid for the whole run.
+// In the order of kAllFormats. Valid for the whole run; after a probe the list is another one.
 [[nodiscard]] const std::vector<Format>& available_formats();
 
 }  // namespace archive_ops

@@ -5,6 +5,7 @@
 #include "i18n.h"
 #include "logger.h"
 #include "open_files.h"
+#include "paths.h"
 #include "strutil.h"
 
 #include <cerrno>
@@ -58,21 +59,15 @@ constexpr const char* kTerminals[] = {
     "xterm",
 };
 
-bool in_path(const char* program) {
-    char* const path = g_find_program_in_path(program);
-    g_free(path);
-    return path != nullptr;
-}
-
 // Empty for none.
 std::string find_terminal() {
     const char* const chosen = g_getenv("TERMINAL");
-    if (chosen && *chosen && in_path(chosen)) {
+    if (chosen && *chosen && in_search_path(chosen)) {
         Log::infof("terminal: %s (from $TERMINAL)", chosen);
         return chosen;
     }
     for (const char* name : kTerminals) {
-        if (!in_path(name))
+        if (!in_search_path(name))
             continue;
         Log::infof("terminal: %s", name);
         return name;

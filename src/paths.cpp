@@ -175,6 +175,12 @@ bool removable_media_available() {
     return answer;
 }
 
+bool in_search_path(const char* program) {
+    char* const path = g_find_program_in_path(program);
+    g_free(path);
+    return path != nullptr;
+}
+
 std::string to_scan_path(const std::string& path) {
     if (!hostfs_available() || path.empty() || path[0] != '/')
         return path;

@@ -34,6 +34,9 @@
 // Who called sudo or pkexec, or empty.
 [[nodiscard]] std::string invoking_user();
 
+// Whether a program is found in the search path as it is now. It need not run.
+[[nodiscard]] bool in_search_path(const char* program);
+
 // In a Snap, a path as the user knows it, turned into one that this process can open, and back.
 // Elsewhere the path itself.
 [[nodiscard]] std::string to_scan_path(const std::string& path);

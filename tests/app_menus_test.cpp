@@ -5,6 +5,7 @@
 
 #include "app_texts.h"
 #include "bookmarks.h"
+#include "fresh_process.h"
 #include "i18n.h"
 #include "menu_model.h"
 #include "recent.h"
@@ -946,6 +947,36 @@ TEST_F(AppMenus, the_columns_have_boxes_to_tick) {
     click(type);
     EXPECT_TRUE(settings().show_type);
     EXPECT_FALSE(app().menu_open());
+}
+
+// --- Tools ------------------------------------------------------------------------------------
+
+// The first frame does not wait for a tool that takes its time, and neither does the end.
+TEST_F(AppMenus, a_slow_tool_keeps_no_frame_waiting) {
+    REQUIRE_FRESH_PROCESS();
+    const test_env::TempDir bin;
+    const std::string flag = bin / "flag";
+    write_file(bin / "zip",
+               "#!/bin/sh\n: > " + flag + ".asked\nwhile [ ! -e " + flag +
+                   " ]; do /bin/sleep 0.02; done\nexit 127\n",
+               0755);
+    setenv("PATH", bin.path().c_str(), 1);
+    write_file(left() + "/a", "x");
+    start();
+    put_cursor_on("a");
+    ASSERT_TRUE(pump_until([&] { return test_env::exists(flag + ".asked"); }));
+    open(File);
+    EXPECT_EQ(count_hits(Hit::MenuItem), 12U);
+    EXPECT_NE(labels().find(tr("action.pack")), std::string::npos);
+    EXPECT_EQ(count_hits(Hit::BridgePack), 1U);
+    write_file(flag, "");
+    EXPECT_TRUE(pump_until([&] {
+        frame();
+        return labels().find(tr("action.pack")) == std::string::npos;
+    }));
+    EXPECT_EQ(app().m_open_menu, File);
+    EXPECT_EQ(count_hits(Hit::MenuItem), 11U);
+    EXPECT_EQ(count_hits(Hit::BridgePack), 0U);
 }
 
 // --- For human eyes ---------------------------------------------------------------------------

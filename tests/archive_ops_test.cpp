@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -84,6 +85,49 @@ TEST(ArchiveOps, the_log_tells_what_there_is) {
     EXPECT_TRUE(test_env::logged("archiver tar      available"));
     EXPECT_TRUE(test_env::logged("archiver 7z       missing"));
     EXPECT_TRUE(test_env::logged("archivers: 1 of 8 formats available"));
+}
+
+// --- A probe in the background ----------------------------------------------------------------
+
+// "tar" answers only once the flag is there, and then fails; the others are what they seem.
+void write_slow_tar(const test_env::TempDir& bin) {
+    test_env::write_file(bin / "tar",
+                         "#!/bin/sh\nwhile [ ! -e " + (bin / "flag") +
+                             " ]; do /bin/sleep 0.02; done\nexit 127\n",
+                         0755);
+    test_env::write_file(bin / "gzip", "#!/bin/sh\n", 0755);
+    test_env::write_file(bin / "zip", "#!/bin/sh\n", 0755);
+    setenv("PATH", bin.path().c_str(), 1);
+}
+
+std::string labels() {
+    std::string text;
+    for (const Format format : available_formats())
+        text += std::string(archive_ops::label_for(format)) + " ";
+    return text;
+}
+
+TEST(ArchiveOps, until_the_probe_has_its_answer_the_search_path_counts) {
+    REQUIRE_FRESH_PROCESS();
+    const test_env::TempDir bin;
+    write_slow_tar(bin);
+    ASSERT_TRUE(archive_ops::announce_probe());
+    EXPECT_EQ(labels(), "tar.gz tar zip ");
+    std::thread probe(archive_ops::run_probe);
+    EXPECT_EQ(labels(), "tar.gz tar zip ");
+    EXPECT_TRUE(archive_ops::format_available(Format::Tar));
+    EXPECT_FALSE(archive_ops::format_available(Format::TarXz));
+    EXPECT_EQ(test_env::logged("archiver tar      available"), 0);
+    test_env::write_file(bin / "flag", "");
+    probe.join();
+    EXPECT_EQ(labels(), "zip ");
+    EXPECT_FALSE(archive_ops::format_available(Format::Tar));
+    EXPECT_TRUE(archive_ops::format_available(Format::Zip));
+    EXPECT_EQ(labels(), "zip ");
+    EXPECT_EQ(test_env::logged("archiver tar      missing"), 1);
+    EXPECT_EQ(test_env::logged("archiver zip      available"), 1);
+    EXPECT_EQ(test_env::logged("archivers: 1 of 8 formats available"), 1);
+    EXPECT_FALSE(archive_ops::announce_probe());
 }
 
 }  // namespace
