@@ -183,6 +183,7 @@ bool App::delete_surrounding(int offset, int count) {
         return false;
     case TextField::Path:
         erase(m_path_buffer, m_path_caret);
+        m_path_error.clear();
         break;
     case TextField::Rename: {
         Pane& pane = active_pane();

@@ -233,18 +233,33 @@ bool App::handle_overlay_key(GdkEventKey* event) {
     return true;
 }
 
+// Any other key leaves a list that follows its end at that.
 void App::scroll_overlay(guint key) {
     constexpr int kEnd = 1 << 30;  // the painter cuts it down to the last page
     const int page = std::max(m_overlay_page, 1);
-    if (m_list_scroll < 0)  // at the end, where the last page is
-        m_list_scroll = m_log_max_scroll;
-    if (key == GDK_KEY_Home)
-        m_list_scroll = 0;
-    else if (key == GDK_KEY_End)
-        m_list_scroll = kEnd;
-    else if (key == GDK_KEY_Up || key == GDK_KEY_Page_Up)
-        m_list_scroll -= key == GDK_KEY_Up ? 1 : page;
-    else if (key == GDK_KEY_Down || key == GDK_KEY_Page_Down)
-        m_list_scroll += key == GDK_KEY_Down ? 1 : page;
-    m_list_scroll = std::max(m_list_scroll, 0);
+    // Below 0 it is at the end, where the last page is.
+    const int from = m_list_scroll < 0 ? m_log_max_scroll : m_list_scroll;
+    int to = 0;
+    switch (key) {
+    case GDK_KEY_Home:
+        break;
+    case GDK_KEY_End:
+        to = kEnd;
+        break;
+    case GDK_KEY_Up:
+        to = from - 1;
+        break;
+    case GDK_KEY_Down:
+        to = from + 1;
+        break;
+    case GDK_KEY_Page_Up:
+        to = from - page;
+        break;
+    case GDK_KEY_Page_Down:
+        to = from + page;
+        break;
+    default:
+        return;
+    }
+    m_list_scroll = std::max(to, 0);
 }

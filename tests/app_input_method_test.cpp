@@ -68,8 +68,8 @@ void telling_preedit(GtkIMContext* context, char** text, PangoAttrList** attribu
         *text = g_strdup(composed.c_str());
     if (attributes)
         *attributes = pango_attr_list_new();
-    if (caret)
-        *caret = static_cast<int>(composed.size());
+    if (caret)  // in characters
+        *caret = static_cast<int>(g_utf8_strlen(composed.c_str(), -1));
 }
 
 void tell(GtkIMContext* context, const std::string& what) {
@@ -190,6 +190,21 @@ class AppInputMethod : public AppTest {
     }
     bool told(const std::string& what) {
         return std::find(m_told.begin(), m_told.end(), what) != m_told.end();
+    }
+    // Whether anything waits to be painted again; asking takes it away.
+    bool redraw_due() {
+        cairo_region_t* const region =
+            gdk_window_get_update_area(gtk_widget_get_window(app().m_canvas));
+        const bool due = region && !cairo_region_is_empty(region);
+        if (region)
+            cairo_region_destroy(region);
+        return due;
+    }
+    // As the method would, in characters from the caret.
+    bool delete_around_caret(int offset, int count) {
+        gboolean done = FALSE;
+        g_signal_emit_by_name(app().m_input_method, "delete-surrounding", offset, count, &done);
+        return done;
     }
     // Of the field's line, as it was painted last.
     bool line_painted(const std::string& text) { return test_env::painted_text(text) != nullptr; }
@@ -345,7 +360,9 @@ TEST_F(AppInputMethod, another_scripts_method_has_all_keys_while_it_composes) {
         EXPECT_EQ(field.text(), "aNIb");
         EXPECT_NE(app().focused_field(), App::FieldFocus{});
         m_told.clear();
-        g_signal_emit_by_name(app().m_input_method, "retrieve-surrounding", nullptr);
+        gboolean known = FALSE;
+        g_signal_emit_by_name(app().m_input_method, "retrieve-surrounding", &known);
+        EXPECT_TRUE(known);
         EXPECT_TRUE(told("text aNIb at 3"));
         key(GDK_KEY_exclam);
         EXPECT_EQ(field.text(), "ab");
@@ -407,6 +424,113 @@ TEST_F(AppInputMethod, the_method_knows_of_focus_caret_and_end) {
     finish();
     EXPECT_EQ(m_told, (std::vector<std::string>{"no window"}));
     EXPECT_FALSE(app().m_input_method);
+}
+
+TEST_F(AppInputMethod, the_caret_within_a_composition_counts_characters) {
+    start();
+    use_telling_method();
+    app().begin_path_edit(false);
+    frame();
+    m_composed = "äö";
+    g_signal_emit_by_name(app().m_input_method, "preedit-changed");
+    EXPECT_EQ(app().m_preedit, "äö");
+    EXPECT_EQ(app().m_preedit_caret, 4U);
+}
+
+// Not every method tells that what it composed has gone with a reset.
+TEST_F(AppInputMethod, a_click_ends_another_scripts_composition) {
+    start();
+    use_telling_method();
+    app().begin_path_edit(false);
+    frame();
+    key(GDK_KEY_x);
+    ASSERT_EQ(app().m_preedit, "x");
+    m_told.clear();
+    click(hit(App::Hit::PaneBanner, -1, 1));
+    EXPECT_TRUE(told("reset"));
+    EXPECT_EQ(app().m_preedit, "");
+    EXPECT_EQ(app().m_path_buffer, left());
+}
+
+TEST_F(AppInputMethod, characters_around_the_caret_are_deleted_whole) {
+    struct Case {
+        int offset;  // characters from the caret
+        int count;
+        const char* text;
+        size_t caret;
+    };
+    write_file(left() + "/ab", "x");
+    start();
+    use_telling_method();
+    for (const Case& c :
+         {Case{-1, 1, "ä€b", 5}, Case{-2, 1, "äöb", 4}, Case{-2, 2, "äb", 2}, Case{0, 1, "ä€ö", 7},
+          Case{-1, 2, "ä€", 5}, Case{1, 1, "ä€öb", 7}, Case{-9, 1, "€öb", 5}, Case{0, 9, "ä€ö", 7},
+          Case{0, 0, "ä€öb", 7}, Case{0, -1, "ä€öb", 7}}) {
+        SCOPED_TRACE(std::to_string(c.offset) + " " + std::to_string(c.count));
+        const std::string text = "ä€öb";
+        app().begin_path_edit(false);
+        app().m_path_buffer = text;
+        app().m_path_caret = 7;
+        frame();
+        EXPECT_TRUE(delete_around_caret(c.offset, c.count));
+        EXPECT_EQ(app().m_path_buffer, c.text);
+        EXPECT_EQ(app().m_path_caret, c.caret);
+        close_all();
+        put_cursor_on("ab");
+        pane().begin_rename();
+        pane().rename_set_caret(0);
+        while (!pane().rename_buffer().empty())
+            pane().rename_delete();
+        pane().rename_insert(text);
+        pane().rename_set_caret(7);
+        frame();
+        EXPECT_TRUE(delete_around_caret(c.offset, c.count));
+        EXPECT_EQ(pane().rename_buffer(), c.text);
+        EXPECT_EQ(pane().rename_caret(), c.caret);
+        close_all();
+    }
+}
+
+TEST_F(AppInputMethod, what_comes_from_another_process_is_painted) {
+    start();
+    use_telling_method();
+    app().begin_path_edit(false);
+    key(GDK_KEY_x);
+    ASSERT_TRUE(pump_until([this] { return !redraw_due(); }));
+    m_composed = "xy";
+    g_signal_emit_by_name(app().m_input_method, "preedit-changed");
+    EXPECT_TRUE(redraw_due());
+    ASSERT_FALSE(redraw_due());
+    g_signal_emit_by_name(app().m_input_method, "commit", "late");
+    EXPECT_TRUE(redraw_due());
+    ASSERT_FALSE(redraw_due());
+    EXPECT_TRUE(delete_around_caret(-1, 1));
+    EXPECT_TRUE(redraw_due());
+    EXPECT_EQ(app().m_path_buffer, left() + "lat");
+}
+
+// What was wrong about the path is not about what is left of it.
+TEST_F(AppInputMethod, deleting_takes_the_error_of_a_path_away) {
+    start();
+    use_telling_method();
+    app().begin_path_edit(false);
+    app().path_insert("/none");
+    key(GDK_KEY_Return);
+    ASSERT_NE(app().m_path_error, "");
+    EXPECT_TRUE(delete_around_caret(-1, 1));
+    EXPECT_EQ(app().m_path_error, "");
+}
+
+TEST_F(AppInputMethod, what_is_composed_for_no_field_is_not_kept) {
+    start();
+    use_telling_method();
+    app().begin_path_edit(false);
+    key(GDK_KEY_x);
+    app().end_path_edit();
+    frame();
+    m_composed = "xy";
+    g_signal_emit_by_name(app().m_input_method, "preedit-changed");
+    EXPECT_EQ(app().m_preedit, "");
 }
 
 // Another process commits when it comes to it; the field it meant may have gone.

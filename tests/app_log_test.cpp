@@ -264,6 +264,33 @@ TEST_F(AppLog, the_keys_move_it_from_where_it_is) {
     EXPECT_EQ(app().m_list_scroll, last);
 }
 
+// Alt comes before its letter, and must not end the following.
+TEST_F(AppLog, a_key_that_does_not_scroll_goes_on_following) {
+    start();
+    write_lines(100);
+    open();
+    for (const guint keyval : std::initializer_list<guint>{
+             GDK_KEY_Alt_L, GDK_KEY_Shift_L, GDK_KEY_x, GDK_KEY_Left, GDK_KEY_F5, GDK_KEY_Tab})
+        key(keyval);
+    EXPECT_EQ(app().m_list_scroll, -1);
+    Log::infof("line %d", 4711);
+    paint();
+    EXPECT_EQ(in_view().second, 4711);
+}
+
+// A question may take the dialogue's place, and another list stand there after it.
+TEST_F(AppLog, a_thumb_still_held_scrolls_no_other_list) {
+    start();
+    write_lines(526);
+    open();
+    const App::HitRect track = hit(App::Hit::LogVThumb);
+    click(track.x + 5, track.y + track.h / 2);
+    app().open_overlay(Overlay::Bookmarks, "t");
+    app().handle_motion(track.x + 5, track.y + track.h);
+    EXPECT_EQ(app().m_list_scroll, 0);
+    app().handle_release();
+}
+
 TEST_F(AppLog, the_vertical_thumb_goes_where_it_is_pulled) {
     start();
     write_lines(526);

@@ -34,8 +34,6 @@ extern "C" const char* __tsan_default_suppressions() {
 AppTest::AppTest() : m_app(std::make_unique<App>()) {}
 
 AppTest::~AppTest() {
-    if (m_started)
-        finish();
     if (m_surface)
         cairo_surface_destroy(m_surface);
 }
@@ -56,6 +54,12 @@ void AppTest::SetUp() {
     setenv("XDG_DATA_DIRS", (test_env::root() + "/data").c_str(), 0);
     if (!test_env::ensure_display())
         GTEST_SKIP() << "no X server, and Xvfb cannot be started";
+}
+
+// While what a test's own class holds is still there: the program calls into it until its end.
+void AppTest::TearDown() {
+    if (m_started)
+        finish();
 }
 
 std::string AppTest::config_file(const std::string& name) {

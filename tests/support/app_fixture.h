@@ -24,6 +24,7 @@ class AppTest : public ::testing::Test {
     ~AppTest() override;
 
     void SetUp() override;
+    void TearDown() override;
 
     // Opens the window on the folders left() and right(), or as the arguments say. The frame has
     // been painted once when this returns.
