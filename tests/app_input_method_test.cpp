@@ -2,6 +2,7 @@
 // file's that composes as those of other scripts do.
 
 #include "app_fixture.h"
+#include "app_redraw.h"
 #include "app_texts.h"
 
 #include "settings.h"
@@ -191,15 +192,7 @@ class AppInputMethod : public AppTest {
     bool told(const std::string& what) {
         return std::find(m_told.begin(), m_told.end(), what) != m_told.end();
     }
-    // Whether anything waits to be painted again; asking takes it away.
-    bool redraw_due() {
-        cairo_region_t* const region =
-            gdk_window_get_update_area(gtk_widget_get_window(app().m_canvas));
-        const bool due = region && !cairo_region_is_empty(region);
-        if (region)
-            cairo_region_destroy(region);
-        return due;
-    }
+    bool redraw_due() { return test_env::redraw_due(app().m_canvas); }
     // As the method would, in characters from the caret.
     bool delete_around_caret(int offset, int count) {
         gboolean done = FALSE;

@@ -376,6 +376,33 @@ TEST_F(AppPointerRename, a_click_beside_the_box_is_one_on_the_row) {
     expect_b_renamed();
 }
 
+TEST_F(AppPointerRename, the_box_ends_at_its_edges) {
+    start_with_three();
+    rename("b", "x");
+    const App::Rect box = app().m_rename_field.box;
+    const App::HitRect target = row("b");
+    struct Case {
+        double x;
+        double y;
+        bool inside;
+    };
+    const double middle = box.y + box.h / 2;
+    for (const Case& c :
+         {Case{box.x, middle, true}, Case{box.x - 0.5, middle, false},
+          Case{box.x + box.w - 0.5, middle, true}, Case{box.x + box.w, middle, false},
+          Case{box.x + 2, box.y, true}, Case{box.x + 2, box.y + box.h - 0.5, true}}) {
+        pane().clear_selection();
+        app().handle_click(c.x, c.y, 1, 0, 1);
+        app().handle_release();
+        EXPECT_EQ(pane().has_selection(), !c.inside) << c.x << " " << c.y;
+    }
+    ASSERT_LT(box.y + box.h, target.y + target.h);
+    pane().clear_selection();
+    app().handle_click(box.x + 2, box.y + box.h, 1, 0, 1);
+    EXPECT_TRUE(pane().has_selection());
+    EXPECT_TRUE(renaming());
+}
+
 // What stands left of the box is part of the name all the same.
 TEST_F(AppPointerRename, a_long_name_that_has_moved_left_is_hit_where_it_is_painted) {
     const std::string name(120, 'm');

@@ -187,6 +187,25 @@ TEST_F(AppPointerRows, a_double_click_on_a_dialogues_button_opens_nothing_below)
     EXPECT_EQ(pane(true).path(), left() + "/folder0");
 }
 
+// The first press fell on what a dialogue kept to itself.
+TEST_F(AppPointerRows, a_press_below_a_dialogue_is_no_half_of_a_double_click) {
+    make_dirs(left() + "/sub");
+    start();
+    const App::HitRect target = row("sub");
+    app().show_message("t", "x");
+    frame();
+    ASSERT_EQ(app().hit_test(target.x + target.w / 2, target.y + target.h / 2)->what,
+              App::Hit::PaneRow);
+    click_and_release(target);
+    key(GDK_KEY_Escape);
+    click(target);
+    click(target, 1, 0, 2);
+    EXPECT_EQ(pane().path(), left());
+    app().handle_release();
+    double_click(target);
+    EXPECT_EQ(pane().path(), left() + "/sub");
+}
+
 TEST_F(AppPointerRows, two_clicks_on_two_entries_at_one_place_open_neither) {
     for (const char* name : {"b", "c", "d"})
         make_dirs(left() + "/" + name);

@@ -2,8 +2,11 @@
 
 #include "app_pointer.h"
 
+#include "app_redraw.h"
 #include "app_texts.h"
 #include "logger.h"
+
+#include <unistd.h>
 
 namespace {
 
@@ -461,6 +464,25 @@ TEST_F(AppPointer, copy_and_move_carry_the_side_they_go_to) {
     }
 }
 
+// Also when the sides have changed since it was painted: what the user saw is what is done.
+TEST_F(AppPointer, a_button_painted_for_one_way_goes_that_way) {
+    write_file(left() + "/copied", "l");
+    write_file(left() + "/moved", "l");
+    write_file(right() + "/stays", "r");
+    start();
+    put_cursor_on("stays", true);
+    for (const App::Hit what : {App::Hit::BridgeCopy, App::Hit::BridgeMove}) {
+        app().m_active_right = false;
+        put_cursor_on(what == App::Hit::BridgeCopy ? "copied" : "moved");
+        const App::HitRect button = hit(what);
+        app().m_active_right = true;
+        press(button);
+        ASSERT_TRUE(settle());
+    }
+    EXPECT_EQ(names(true), (Names{"..", "copied", "moved", "stays"}));
+    EXPECT_EQ(names(false), (Names{"..", "copied"}));
+}
+
 // --- The bands around the panes ---------------------------------------------------------------
 
 TEST_F(AppPointer, the_cross_of_the_result_line_takes_it_away) {
@@ -683,6 +705,37 @@ TEST_F(AppPointer, a_press_with_the_first_button_is_kept_until_the_release) {
     EXPECT_FALSE(app().m_press_pending);
 }
 
+// The second button pulls nothing, so it has nothing to wait for.
+TEST_F(AppPointer, the_middle_button_reduces_the_marks_at_the_press) {
+    start_with_files(4);
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    click(row("file1"), 2);
+    EXPECT_FALSE(app().m_press_defer_select);
+    EXPECT_EQ(selected_names(), Names{"file1"});
+}
+
+TEST_F(AppPointer, shift_goes_before_control) {
+    start_with_files(5);
+    click_and_release(row("file1"));
+    click_and_release(row("file3"), 1, GDK_SHIFT_MASK | GDK_CONTROL_MASK);
+    EXPECT_EQ(selected_names(), (Names{"file1", "file2", "file3"}));
+    EXPECT_EQ(cursor_name(), "file3");
+}
+
+TEST_F(AppPointer, after_a_double_click_that_goes_nowhere_no_press_is_pending) {
+    ASSERT_EQ(symlink("nowhere", (left() + "/broken").c_str()), 0);
+    start_with_files(2);
+    key(GDK_KEY_a, GDK_CONTROL_MASK);
+    const App::HitRect target = row("broken");
+    click_and_release(target);
+    click(target);
+    EXPECT_TRUE(app().m_press_pending);
+    click(target, 1, 0, 2);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Message);
+    EXPECT_FALSE(app().m_press_pending);
+    EXPECT_FALSE(app().m_press_defer_select);
+}
+
 // --- Hover ------------------------------------------------------------------------------------
 
 TEST_F(AppPointer, the_cursor_tells_what_can_be_pulled) {
@@ -717,18 +770,29 @@ TEST_F(AppPointer, motion_without_a_change_paints_nothing) {
     EXPECT_EQ(app().m_mouse_x, first.x + 10);
     const int hover = app().m_hover;
     ASSERT_GE(hover, 0);
+    EXPECT_EQ(app().m_list_hover, -1);
+    frame();
+    GtkWidget* const canvas = app().m_canvas;
+    ASSERT_TRUE(pump_until([&] { return !test_env::redraw_due(canvas); }));
     app().handle_motion(first.x + 20, first.y + 6);
     EXPECT_EQ(app().m_hover, hover);
+    EXPECT_FALSE(test_env::redraw_due(canvas));
     app().handle_motion(-5, -5);
     EXPECT_EQ(app().m_hover, -1);
+    EXPECT_TRUE(test_env::redraw_due(canvas));
+    app().handle_motion(-6, -6);
+    app().handle_leave();
+    EXPECT_FALSE(test_env::redraw_due(canvas));
 }
 
 TEST_F(AppPointer, leaving_ends_the_hover) {
     start_with_files(3);
     app().handle_motion(row(1).x + 5, row(1).y + 5);
     ASSERT_GE(app().m_hover, 0);
+    app().m_list_hover = 2;
     app().handle_leave();
     EXPECT_EQ(app().m_hover, -1);
+    EXPECT_EQ(app().m_list_hover, -1);
     EXPECT_EQ(app().hovered(), nullptr);
 }
 
