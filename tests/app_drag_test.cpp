@@ -2,6 +2,8 @@
 
 #include "app_pointer.h"
 
+#include "app_redraw.h"
+
 #include <cmath>
 
 namespace {
@@ -282,6 +284,37 @@ TEST_F(AppDrag, each_side_has_its_own_thumb) {
     EXPECT_EQ(pane(false).scroll(), 0);
     app().handle_release();
     EXPECT_FALSE(app().m_dragging_scroll);
+}
+
+// A filter bar above one of the tracks moves that one down.
+TEST_F(AppDrag, the_tracks_of_the_sides_may_start_at_different_heights) {
+    files(100, true);
+    start_with_files(100);
+    app().m_search_pane = 1;
+    frame();
+    pane(true).set_scroll(40, app().rows_in_view(true));
+    frame();
+    const App::HitRect bar = thumb(1);
+    ASSERT_NE(app().m_pane_vtrack_y[0], app().m_pane_vtrack_y[1]);
+    app().handle_click(bar.x + 5, bar.y + 10, 1, 0, 1);
+    app().handle_motion(bar.x + 5, bar.y + 10);
+    EXPECT_EQ(pane(true).scroll(), 40);
+    app().handle_release();
+    app().m_search_pane = -1;
+}
+
+TEST_F(AppDrag, what_is_pulled_and_let_go_is_painted) {
+    start_with_files(100);
+    const App::HitRect bar = thumb();
+    click(bar);
+    GtkWidget* const canvas = app().m_canvas;
+    ASSERT_TRUE(pump_until([&] { return !test_env::redraw_due(canvas); }));
+    app().handle_motion(bar.x, bar.y + bar.h / 2 + 100);
+    EXPECT_TRUE(test_env::redraw_due(canvas));
+    app().handle_release();
+    EXPECT_TRUE(test_env::redraw_due(canvas));
+    app().handle_release();
+    EXPECT_FALSE(test_env::redraw_due(canvas));
 }
 
 TEST_F(AppDrag, a_list_that_has_become_short_ends_the_scrolling) {

@@ -419,6 +419,41 @@ TEST_F(AppInputMethod, the_method_knows_of_focus_caret_and_end) {
     EXPECT_FALSE(app().m_input_method);
 }
 
+TEST_F(AppInputMethod, a_method_that_is_replaced_is_let_go_whole) {
+    start();
+    use_telling_method();
+    app().set_window_focus(true);
+    app().begin_path_edit(false);
+    frame();
+    auto* const first = static_cast<GtkIMContext*>(g_object_ref(app().m_input_method));
+    m_told.clear();
+    app().use_input_method(gtk_im_context_simple_new());
+    EXPECT_EQ(m_told, (std::vector<std::string>{"focus out", "no window"}));
+    EXPECT_EQ(G_OBJECT(first)->ref_count, 1U);
+    frame();
+    g_signal_emit_by_name(first, "commit", "late");
+    EXPECT_EQ(app().m_path_buffer, left());
+    g_object_unref(first);
+}
+
+// Another field may have had the caret in between, of another window even.
+TEST_F(AppInputMethod, a_field_opened_anew_tells_its_caret_again) {
+    start();
+    use_telling_method();
+    const auto open = [this] {
+        app().begin_path_edit(false);
+        app().m_path_caret = 0;
+        frame();
+    };
+    open();
+    EXPECT_TRUE(told("caret at 10,160 2x18"));
+    app().end_path_edit();
+    frame();
+    m_told.clear();
+    open();
+    EXPECT_TRUE(told("caret at 10,160 2x18"));
+}
+
 TEST_F(AppInputMethod, the_caret_within_a_composition_counts_characters) {
     start();
     use_telling_method();
