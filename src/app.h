@@ -15,6 +15,7 @@
 #pragma once
 
 #include "actions.h"
+#include "archive_format.h"
 #include "bg_task.h"
 #include "copy_engine.h"
 #include "dir_lister.h"
@@ -180,6 +181,17 @@ class App {
     struct Accelerator {
         char key = 0;                   // upper case; 0: none
         size_t at = std::string::npos;  // the letter's place in the label, in bytes
+    };
+
+    // A format of the pack dialogue, from the upper left corner of them all.
+    struct FormatChip {
+        static constexpr double row_h = 32;
+
+        archive_ops::Format format;
+        std::string label;
+        double x = 0;
+        double y = 0;
+        double w = 0;
     };
 
     // What all rows of a list share while it is painted.
@@ -475,6 +487,13 @@ class App {
 
     void draw_app_logo(double x, double y, double size);
     double about_disclaimer_height(double width);  // only in a frame
+
+    // --- Pack (app_pack.cpp) ------------------------------------------------------------------
+
+    // The formats whose tools are installed, from left to right in rows of that width. These two
+    // only in a frame.
+    std::vector<FormatChip> pack_format_layout(double width);
+    int pack_format_rows(double width);
 
     // --- Properties (app_properties.cpp) ------------------------------------------------------
 

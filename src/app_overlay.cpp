@@ -127,8 +127,8 @@ App::Size App::overlay_size(double window_w, double window_h) {
         return {640, std::min(window_h - 90, 560.0)};
     case Overlay::Properties:
         return {560, 24.0 * properties_rows() + 52 + (m_properties.is_dir ? 172 : 150)};
-    // Its height goes by what it shows, which is not built yet.
     case Overlay::Pack:
+        return {500, 238 + FormatChip::row_h * pack_format_rows(460)};
     case Overlay::None:
         break;
     }
@@ -264,10 +264,9 @@ std::vector<App::Accelerator> App::assign_accelerators(const std::vector<ButtonS
             if (m_overlay_accels.emplace(letter, button.action).second)
                 found = {letter, i};
         }
-        if (!has_letters && digit <= '9') {
-            found = {digit++, std::string::npos};
-            m_overlay_accels.emplace(found.key, button.action);
-        }
+        for (; !has_letters && !found.key && digit <= '9'; ++digit)
+            if (m_overlay_accels.emplace(digit, button.action).second)
+                found = {digit, std::string::npos};
         result.push_back(found);
     }
     return result;

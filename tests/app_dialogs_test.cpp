@@ -915,6 +915,19 @@ TEST_F(AppDialogs, every_dialogue_can_be_painted_at_every_scale) {
         write_file(left() + "/file" + std::to_string(i), "x");
     start({"--geometry=1000x700+0+0"});
     pane().select_all();
+    const auto paint_and_look = [this](const std::string& name) {
+        frame();
+        const App::Rect panel = app().m_overlay_panel;
+        for (const App::HitRect& rect : app().m_hits)
+            if (rect.in_overlay) {
+                EXPECT_GE(rect.y, panel.y) << name;
+                EXPECT_LE(rect.y + rect.h, panel.y + panel.h) << name;
+            }
+        EXPECT_GE(panel.y, 19) << name;
+        EXPECT_LE(panel.y + panel.h, app().m_layout.height - 20) << name;
+        shot("dialog-" + name);
+        app().close_overlay();
+    };
     for (const char* language : {"en", "ar", "ja"}) {
         settings().language = language;
         I18n::instance().set_language(language);
@@ -923,20 +936,19 @@ TEST_F(AppDialogs, every_dialogue_can_be_painted_at_every_scale) {
             app().apply_theme();
             for (const int scale : {70, 100, 200}) {
                 settings().font_scale = scale;
+                const std::string look =
+                    std::string("-") + language + "-" + theme + "-" + std::to_string(scale);
                 for (const Action action :
                      {Action::NewFolder, Action::SelectPattern, Action::Delete}) {
                     app().perform(action, 0);
                     frame();
-                    for (const App::HitRect& rect : app().m_hits)
-                        if (rect.in_overlay) {
-                            EXPECT_GE(rect.y, app().m_overlay_panel.y);
-                            EXPECT_LE(rect.y + rect.h,
-                                      app().m_overlay_panel.y + app().m_overlay_panel.h);
-                        }
                     EXPECT_FALSE(app().m_overlay_accels.empty());
-                    shot(std::string("dialog-") + action_name(action) + "-" + language + "-" +
-                         theme + "-" + std::to_string(scale));
-                    app().close_overlay();
+                    paint_and_look(action_name(action) + look);
+                }
+                for (int value = 1; value <= static_cast<int>(Overlay::Licenses); ++value) {
+                    const auto overlay = static_cast<Overlay>(value);
+                    app().open_overlay(overlay, "title");
+                    paint_and_look(App::overlay_name(overlay) + look);
                 }
             }
         }

@@ -51,6 +51,7 @@ TEST_F(PaneTexts, the_banner_has_its_word_at_14_and_its_hint_at_11) {
                 *find(active_right ? "files land here" : "copy from here", kTop + 14);
             EXPECT_GT(hint.x, word.x + word.width);
             EXPECT_EQ(hint.size, 11);
+            EXPECT_EQ(hint.color, "#FFFFFF");
             EXPECT_NEAR(hint.alpha, 0.85, 1e-3);
             // The other side is the mirror.
             const PaintedText* mirrored = painted_text(active_right ? "SOURCE" : "TARGET");
@@ -122,6 +123,34 @@ TEST_F(PaneTexts, dropped_segments_leave_an_ellipsis) {
         EXPECT_EQ(painted_text("folder number 0"), nullptr);
         EXPECT_EQ(find("folder number 19", y)->color, app().m_palette.text);
     }
+}
+
+TEST_F(PaneTexts, segments_are_dropped_when_they_would_reach_into_the_last_30) {
+    const std::string deep = left() + "/first folder/second folder/third folder";
+    test_env::make_dirs(deep);
+    start({"--left=" + deep});
+    // Each takes its width and 14; the first stands 6 behind the root, which stands at 10.
+    double wanted = 10 + width_of("/", 11) + 6 + 30;
+    size_t count = 0;
+    for (size_t at = 1; at < deep.size(); ++count) {
+        const size_t end = std::min(deep.find('/', at), deep.size());
+        wanted += width_of(deep.substr(at, end - at), 11) + 14;
+        at = end + 1;
+    }
+    const auto segments_at = [this](double pane_w) {
+        test_env::forget_painted();
+        frame(2 * static_cast<int>(pane_w) + 84, 720);
+        EXPECT_EQ(app().m_layout.left_w, pane_w);
+        return all(App::Hit::PathSegment, 0).size();
+    };
+    EXPECT_EQ(segments_at(wanted), count + 1);
+    EXPECT_EQ(painted_text("…"), nullptr);
+    EXPECT_EQ(segments_at(wanted - 1), count);
+    EXPECT_NE(painted_text("…"), nullptr);
+    // No more than needed: the room that the first has left serves for the rest.
+    const double first = width_of(deep.substr(1, deep.find('/', 1) - 1), 11) + 14;
+    EXPECT_EQ(segments_at(wanted - first), count);
+    EXPECT_EQ(segments_at(wanted - first - 1), count - 1);
 }
 
 TEST_F(PaneTexts, the_editor_of_a_path_shifts_it_no_more_than_the_caret_needs) {

@@ -102,6 +102,25 @@ TEST_F(PanePaint, the_frame_is_wide_on_the_active_side_and_thin_on_the_other) {
     }
 }
 
+TEST_F(PanePaint, the_lines_of_the_frame_are_4_and_15_wide) {
+    start();
+    for (const char* theme : {"light", "dark"}) {
+        look(theme, 200);
+        const Palette& p = app().m_palette;
+        for (const double x : {0.0, 1.5, 3.0})
+            EXPECT_EQ(at(x, 500), p.source_tint) << x;
+        EXPECT_EQ(at(3.6, 500), p.pane_active);
+        const std::string thin = over(p.target_tint, 0.45, p.pane);
+        const std::string half = over(p.target_tint, 0.225, p.pane);
+        EXPECT_EQ(at(kRight + 0.2, 500), p.pane);
+        expect_near(at(kRight + 0.7, 500), half, "outer half of a pixel");
+        expect_near(at(kRight + 1.2, 500), thin, "thin frame");
+        expect_near(at(kRight + 1.7, 500), thin, "thin frame");
+        expect_near(at(kRight + 2.2, 500), half, "inner half of a pixel");
+        EXPECT_EQ(at(kRight + 2.7, 500), p.pane);
+    }
+}
+
 TEST_F(PanePaint, a_side_that_files_are_dragged_over_is_framed_in_green) {
     start();
     app().m_drag_active = true;
@@ -228,13 +247,7 @@ TEST_F(PanePaint, the_arrows_lead_from_the_source_to_the_target) {
         for (const int side : {0, 1}) {
             // Between the word and the hint, 12 from either: 28 for the arrow.
             const bool source = (side == 1) == active_right;
-            cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1, 1);
-            app().m_cr = cairo_create(surface);
-            const double word =
-                app().text_width(tr(source ? "pane.source" : "pane.target"), 14, true, false);
-            cairo_destroy(app().m_cr);
-            cairo_surface_destroy(surface);
-            app().m_cr = nullptr;
+            const double word = width_of(tr(source ? "pane.source" : "pane.target"), 14, true);
             const double from = side ? kRight + 508 - 14 - word - 12 - 28 : 14 + word + 12;
             const double share = head_at(from, from + 28);
             if (active_right)
@@ -270,6 +283,29 @@ TEST_F(PanePaint, the_arrow_is_white_at_095) {
             expect_near(at(x, kTop + 14 + off), over("#FFFFFF", 0.95, p.source_tint), "shaft");
         for (const double off : {-2.1, 1.9})
             EXPECT_EQ(at(x, kTop + 14 + off), p.source_tint);
+    }
+}
+
+TEST_F(PanePaint, the_head_of_the_arrow_is_7_high_on_either_side) {
+    start();
+    for (const bool active_right : {false, true}) {
+        app().m_active_right = active_right;
+        for (const char* theme : {"light", "dark"}) {
+            look(theme, 200);
+            const Palette& p = app().m_palette;
+            const std::string& band = active_right ? p.target_tint : p.source_tint;
+            const double begin = 14 + width_of(active_right ? "TARGET" : "SOURCE", 14, true) + 12;
+            // The head is widest where it meets the shaft, and ends in a point.
+            const double neck = active_right ? begin + 9 - 0.3 : begin + 19 + 0.3;
+            const double centre = kTop + 14;
+            for (const double off : {-6.2, 6.0})
+                expect_near(at(neck, centre + off), over("#FFFFFF", 0.95, band), "head");
+            for (const double off : {-7.6, 7.3})
+                EXPECT_EQ(at(neck, centre + off), band) << off;
+            const double tip = active_right ? begin + 1 : begin + 27;
+            for (const double off : {-2.2, 2.0})
+                EXPECT_EQ(at(tip, centre + off), band) << off;
+        }
     }
 }
 

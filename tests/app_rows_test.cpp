@@ -361,6 +361,29 @@ TEST_F(PanePaint, a_reload_flashes_for_045_seconds) {
     EXPECT_EQ(app().m_reload_flash_until, 0);
 }
 
+TEST_F(PanePaint, the_flash_has_016_of_the_accent_and_fades_with_the_square) {
+    start();
+    look("light", 100);
+    const auto red = [this] {
+        Rgb rgb;
+        EXPECT_TRUE(hex_to_rgb(at(kRight + 300, 500), rgb));
+        return rgb.r;
+    };
+    Rgb back;
+    Rgb accent;
+    ASSERT_TRUE(hex_to_rgb(app().m_palette.pane, back));
+    ASSERT_TRUE(hex_to_rgb(app().m_palette.accent, accent));
+    for (const double left : {0.45, 0.3, 0.2}) {
+        const double until = app().m_reload_flash_until = App::now_seconds() + left;
+        const double most = (until - App::now_seconds()) / 0.45;
+        frame();
+        const double least = std::max(0.0, (until - App::now_seconds()) / 0.45);
+        const double alpha = (back.r - red()) / (back.r - accent.r);
+        EXPECT_LT(alpha, 0.16 * most * most + 0.004) << left;
+        EXPECT_GT(alpha, 0.16 * least * least - 0.004) << left;
+    }
+}
+
 // The name may have moved since the rename began.
 TEST_F(PanePaint, the_rename_box_follows_its_entry) {
     files(4);

@@ -94,6 +94,32 @@ TEST_F(AppSideChoice, the_keys_alone_can_answer) {
     EXPECT_TRUE(app().m_pending_bookmark.empty());
 }
 
+// In a script without ASCII letters the tiles and the button below share the digits.
+TEST_F(AppSideChoice, each_choice_has_a_digit_of_its_own_in_another_script) {
+    make_dirs(left() + "/sub");
+    start();
+    I18n::instance().set_language("ja");
+    app().m_pending_bookmark = left() + "/sub";
+    open(Overlay::BookmarkSide);
+    EXPECT_EQ(app().m_overlay_accels, (std::map<char, Action>{{'1', Action::OverlayCancel},
+                                                              {'2', Action::BookmarkOpenLeft},
+                                                              {'3', Action::BookmarkOpenRight}}));
+    for (const auto& [digit, action] : {std::pair{"1", Action::OverlayCancel},
+                                        {"2", Action::BookmarkOpenLeft},
+                                        {"3", Action::BookmarkOpenRight}}) {
+        const App::HitRect place = hit(App::Hit::Overlay, static_cast<int>(action));
+        const test_env::PaintedText* shown = painted_text(digit);
+        ASSERT_NE(shown, nullptr) << digit;
+        EXPECT_GT(shown->x, place.x + place.w - 20) << digit;
+        EXPECT_LT(shown->x, place.x + place.w) << digit;
+        EXPECT_LT(shown->y, place.y + 15) << digit;
+        EXPECT_GT(shown->y, place.y) << digit;
+    }
+    key(GDK_KEY_2, GDK_MOD1_MASK);
+    EXPECT_EQ(pane().path(), left() + "/sub");
+    I18n::instance().set_language("en");
+}
+
 // --- Logo -------------------------------------------------------------------------------------
 
 TEST_F(AppSideChoice, the_logo_is_a_png) {

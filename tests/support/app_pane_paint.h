@@ -70,6 +70,22 @@ class PanePaint : public AppTest {
         for (int i = 0; i < count; ++i)
             test_env::write_file(left() + "/file" + std::to_string(i), "x");
     }
+    // Text is measured as in a frame.
+    template <class Body>
+    void measuring(const Body& body) {
+        cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1, 1);
+        app().m_cr = cairo_create(surface);
+        cairo_scale(app().m_cr, app().m_ui_scale, app().m_ui_scale);  // hinting goes by it
+        body();
+        cairo_destroy(app().m_cr);
+        cairo_surface_destroy(surface);
+        app().m_cr = nullptr;
+    }
+    double width_of(const std::string& text, double size, bool bold = false, bool mono = false) {
+        double found = 0;
+        measuring([&] { found = app().text_width(text, size, bold, mono); });
+        return found;
+    }
     double row_y(int index) { return hit(App::Hit::PaneRow, index, 0).y; }
 };
 
