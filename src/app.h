@@ -391,6 +391,8 @@ class App {
     void click_menu_item(Action action);
     void click_bookmark_item(int index);
     void click_recent_item(int index);
+    // With a menu open, the pointer's way along the bar opens the others.
+    void slide_to_menu(const HitRect* hit);
     bool hover_menu(const HitRect* hit);  // true: something has to be painted
     bool scroll_menu(double lines);       // false: no menu is open that scrolls
 
@@ -681,6 +683,8 @@ class App {
     void handle_release();
     void handle_motion(double x, double y);
     void hover_over(const HitRect* hit);
+    void light(const HitRect* hit);      // null: nothing is under the pointer
+    void light_again();                  // after a frame
     void show_cursor(const char* name);  // by its name in CSS; null: the ordinary one
     void handle_leave();
     void handle_scroll(double x, GdkScrollDirection direction, double delta_y, guint state = 0);
@@ -688,6 +692,7 @@ class App {
     // --- Drags of thumbs, column edges and the grip of a dialogue (app_drag.cpp) --------------
 
     void begin_drag(const HitRect& hit, double x, double y);
+    [[nodiscard]] bool dragging() const;
     bool drag_to(double x, double y);  // false: nothing is being dragged
     void end_drags();
     // The widths of a column, -1 being the name's, as they are painted.

@@ -48,6 +48,11 @@ void App::begin_drag(const HitRect& hit, double x, double y) {
     }
 }
 
+bool App::dragging() const {
+    return m_log_drag != 0 || m_col_drag != kNoColumn || m_pane_hdrag >= 0 ||
+           m_overlay_resize != 0 || m_dragging_scroll;
+}
+
 bool App::drag_to(double x, double y) {
     if (m_log_drag != 0)
         drag_log_scroll(x, y);

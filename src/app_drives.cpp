@@ -190,7 +190,10 @@ void App::draw_drive_row(int index, const Rect& row) {
 
 void App::click_drive_picker(bool right) {
     const int side = right ? 1 : 0;
-    m_open_drive_picker = m_open_drive_picker == side ? -1 : side;
+    const bool was_open = m_open_drive_picker == side;
+    close_menus();
+    if (!was_open)
+        m_open_drive_picker = side;
     m_drive_scroll = 0;
     drives::refresh();
 }
@@ -198,7 +201,7 @@ void App::click_drive_picker(bool right) {
 // The drive that was painted is the one that is meant, wherever it stands in the list by now.
 void App::click_drive_item(int index) {
     const bool right = m_open_drive_picker == 1;
-    m_open_drive_picker = -1;
+    close_menus();
     if (index < 0 || static_cast<size_t>(index) >= m_frame_drives.size())
         return;
     const std::string path = m_frame_drives[static_cast<size_t>(index)].path;
@@ -226,11 +229,7 @@ bool App::drive_list_at(double x, double y) const {
            y < list.y + list.h;
 }
 
-// The row under the resting pointer becomes another one.
 void App::scroll_drive_list(int rows) {
-    const int before = m_drive_scroll;
     m_drive_scroll = std::max(0, m_drive_scroll + rows);
     request_redraw();
-    if (m_drive_hover >= 0)
-        m_drive_hover += m_drive_scroll - before;
 }

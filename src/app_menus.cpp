@@ -92,10 +92,10 @@ struct App::MenuLine {
 
 // What was painted of a menu that is gone must not take a click before the next frame.
 void App::forget_menu_input() {
-    m_menu_hover_item = -1;
+    m_menu_hover_item = m_drive_hover = -1;
     m_menu_scroll = 0;
     for (HitRect& hit : m_hits)
-        if (hit.in_menu || hit.what == Hit::MenuItem)
+        if (hit.in_menu || hit.what == Hit::MenuItem || hit.what == Hit::DriveItem)
             hit.what = Hit::None;
 }
 
@@ -174,13 +174,14 @@ void App::click_recent_item(int index) {
     open_overlay(Overlay::BookmarkSide, su::basename_of(m_pending_bookmark));
 }
 
+void App::slide_to_menu(const HitRect* hit) {
+    if (m_open_menu >= 0 && hit && hit->what == Hit::MenuTitle && hit->param != m_open_menu)
+        open_menu(hit->param);
+}
+
 bool App::hover_menu(const HitRect* hit) {
     const int item = hit && hit->what == Hit::MenuItem ? hit->param : -1;
-    const bool slides =
-        m_open_menu >= 0 && hit && hit->what == Hit::MenuTitle && hit->param != m_open_menu;
-    if (slides)
-        open_menu(hit->param);
-    return std::exchange(m_menu_hover_item, item) != item || slides;
+    return std::exchange(m_menu_hover_item, item) != item;
 }
 
 bool App::scroll_menu(double lines) {

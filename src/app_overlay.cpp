@@ -48,10 +48,8 @@ double errors_height(size_t failures) {
 
 void App::open_overlay(Overlay overlay, const std::string& title) {
     forget_overlay_input();
-    // A menu below would take the first click.
-    m_open_menu = -1;
-    m_context_menu = m_column_menu = false;
-    forget_menu_input();
+    // A menu or a list below would take the first click.
+    close_menus();
     m_overlay = overlay;
     m_overlay_title = title;
     m_list_scroll = 0;

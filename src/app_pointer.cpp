@@ -366,6 +366,11 @@ void App::handle_motion(double x, double y) {
 }
 
 void App::hover_over(const HitRect* hit) {
+    slide_to_menu(hit);
+    light(hit);
+}
+
+void App::light(const HitRect* hit) {
     show_cursor(hit ? cursor_for(hit->what) : nullptr);
     hover_drive(hit);
     const int hover = hit ? static_cast<int>(hit - m_hits.data()) : -1;
@@ -378,6 +383,12 @@ void App::hover_over(const HitRect* hit) {
     m_hover = hover;
     m_list_hover = list_hover;
     request_redraw();
+}
+
+// The rectangles of a new frame have other numbers, and another one may lie below the pointer.
+void App::light_again() {
+    if (m_hover >= 0 && !dragging())
+        light(hit_test(m_mouse_x, m_mouse_y));
 }
 
 void App::show_cursor(const char* name) {

@@ -164,6 +164,7 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
     cairo_restore(cr);
     m_cr = nullptr;
     place_input_method();
+    light_again();
     log_dialog_options();
 }
 

@@ -544,4 +544,27 @@ TEST_F(AppBookmarks, the_row_under_the_pointer_is_lit) {
     EXPECT_EQ(app().m_list_hover, -1);
 }
 
+TEST_F(AppBookmarks, the_lit_row_is_the_one_under_the_pointer_when_the_list_moves) {
+    start();
+    add(30);
+    open();
+    const App::HitRect row = hit(App::Hit::ListItem, 1);
+    app().handle_motion(row.x + 50, row.y + 15);
+    app().handle_scroll(500, GDK_SCROLL_DOWN, 0, 0);
+    frame();
+    EXPECT_EQ(app().m_list_hover, 4);
+    key(GDK_KEY_End);
+    frame();
+    EXPECT_EQ(app().m_list_hover, app().m_list_scroll + 1);
+    // Once more at the end, where nothing moves.
+    app().handle_scroll(500, GDK_SCROLL_DOWN, 0, 0);
+    frame();
+    EXPECT_EQ(app().m_list_hover, app().m_list_scroll + 1);
+    // Nothing is lit below a pointer that has left the window.
+    app().handle_leave();
+    key(GDK_KEY_Home);
+    frame();
+    EXPECT_EQ(app().m_list_hover, -1);
+}
+
 }  // namespace

@@ -796,6 +796,39 @@ TEST_F(AppPointer, leaving_ends_the_hover) {
     EXPECT_EQ(app().hovered(), nullptr);
 }
 
+// Frames number their rectangles anew; what is lit is what lies under the pointer.
+TEST_F(AppPointer, a_dialogue_lights_no_button_that_the_pointer_is_not_on) {
+    start();
+    frame();
+    const App::HitRect file = hit(App::Hit::MenuTitle, 0);
+    click(file);
+    const App::HitRect folder = hit(App::Hit::MenuItem, static_cast<int>(Action::NewFolder));
+    for (const double down : {13.0, 39.0, 72.0}) {
+        app().handle_motion(folder.x + 20, folder.y + down);
+        app().perform(Action::NewFolder, 0);
+        frame();
+        frame();
+        const App::HitRect* const lit = app().hovered();
+        EXPECT_TRUE(!lit || lit->what != App::Hit::Overlay) << down;
+        app().close_overlay();
+        click(file);
+    }
+    // The pointer rests where a button appears: it is lit without a motion.
+    app().close_menus();
+    frame();
+    app().perform(Action::NewFolder, 0);
+    frame();
+    const App::HitRect cancel = hit(App::Hit::Overlay, static_cast<int>(Action::OverlayCancel));
+    app().close_overlay();
+    frame();
+    app().handle_motion(cancel.x + 10, cancel.y + 10);
+    ASSERT_NE(app().hovered(), nullptr);
+    app().perform(Action::NewFolder, 0);
+    frame();
+    ASSERT_NE(app().hovered(), nullptr);
+    EXPECT_EQ(app().hovered()->param, static_cast<int>(Action::OverlayCancel));
+}
+
 // --- Wheel ------------------------------------------------------------------------------------
 
 TEST_F(AppPointer, the_wheel_scrolls_the_side_under_it_whichever_is_active) {
