@@ -9,10 +9,15 @@
 //
 // The second part is a cursor step, key and frame, in a folder of 100 and in one of 100,000.
 //
+// The third part is a frame with the log's dialogue open, while the log is full and work writes on,
+// against the same frame without the dialogue.
+//
 // Run it under a display server: keys are looked up in a keymap.
 
 #include "app.h"
 
+#include "bg_task.h"
+#include "logger.h"
 #include "settings.h"
 
 #include <algorithm>
@@ -24,6 +29,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -218,6 +224,50 @@ void compare_folders(const std::string& scratch, unsigned rounds) {
                 median(small), median(large), median(ratios));
 }
 
+void compare_log(const std::string& scratch, unsigned rounds) {
+    constexpr int kWidth = 1920;
+    constexpr int kHeight = 1080;
+    constexpr int kLine = 120;  // characters, as a transfer's lines with their paths
+    const std::string text(kLine, 'p');
+    for (size_t i = 0; i < Log::kRingSize; ++i)
+        Log::infof("%s %zu", text.c_str(), i);
+    if (!BgTask::instance().start(BgTask::Kind::Pack, "bench", [&text](BgTask::Reporter& reporter) {
+            while (reporter.keep_going()) {
+                Log::infof("%s", text.c_str());
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
+        }))
+        std::abort();
+    App plain;
+    App with_log;
+    for (App* app : {&plain, &with_log}) {
+        app->m_left.navigate_to(scratch + "/forty", true);
+        app->m_right.navigate_to(scratch + "/forty", true);
+    }
+    with_log.perform(Action::LogWindow, 0);
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, kWidth, kHeight);
+    const auto frame = [&](App& app) {
+        return milliseconds(surface, [&](cairo_t* cr) { app.draw_frame(cr, kWidth, kHeight); });
+    };
+    std::vector<double> without;
+    std::vector<double> open;
+    for (App* app : {&plain, &with_log})
+        (void)frame(*app);
+    for (unsigned round = 0; round < rounds; ++round) {
+        without.push_back(frame(plain));
+        open.push_back(frame(with_log));
+    }
+    std::printf("log of %zu lines at work: without the dialogue %.2f ms, with it %.2f ms, "
+                "ratio %.2f\n",
+                Log::instance().size(), median(without), median(open),
+                median(open) / median(without));
+    cairo_surface_destroy(surface);
+    BgTask::instance().cancel();
+    while (BgTask::instance().is_running())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    BgTask::instance().reap();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -230,11 +280,13 @@ int main(int argc, char** argv) {
     char scratch[] = "/tmp/frame_bench.XXXXXX";
     if (!mkdtemp(scratch))
         return 1;
+    setenv("XDG_CONFIG_HOME", scratch, 1);  // for the log's file
     Settings& settings = SettingsStore::instance().mutable_get();
     settings.show_size = settings.show_type = settings.show_modified = settings.show_created =
         settings.show_permissions = settings.show_owner = settings.show_group = true;
     compare_with_bare(scratch, rounds);
     compare_folders(scratch, rounds);
+    compare_log(scratch, rounds);
     std::filesystem::remove_all(scratch);
     return 0;
 }

@@ -1,6 +1,6 @@
 // The log's dialogue and that of the bookmarks.
 
-#include "app_fixture.h"
+#include "app_pane_paint.h"
 
 #include "app_texts.h"
 #include "bookmarks.h"
@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <ctime>
 #include <regex>
 #include <thread>
 
@@ -22,7 +24,7 @@ using test_env::painted_text;
 using test_env::painted_texts;
 using test_env::PaintedText;
 
-class AppLog : public AppTest {
+class AppLog : public PanePaint {
   protected:
     // Of 900 by 600 in a window that has the room: 460 for the list, which are 26 rows.
     static constexpr int kPage = 26;
@@ -352,6 +354,129 @@ TEST_F(AppLog, long_lines_can_be_scrolled_to_the_side) {
     EXPECT_EQ(app().m_log_hscroll, 0);
 }
 
+TEST_F(AppLog, all_columns_of_a_row_move_sideways_and_stay_in_the_list) {
+    start();
+    Log::instance().clear();
+    app().open_overlay(Overlay::LogView, "Log");
+    std::thread([] {
+        Log::name_this_thread("w7");
+        Log::infof("%s", std::string(300, 'm').c_str());
+    }).join();
+    paint();
+    app().m_log_hscroll = 40;
+    const App::Rect panel = paint();
+    EXPECT_EQ(painted_text("w7")->x, panel.x + 94 - 40);
+    EXPECT_TRUE(
+        std::any_of(painted_texts().begin(), painted_texts().end(), [&](const PaintedText& one) {
+            return one.x == panel.x + 26 - 40 &&
+                   std::regex_match(one.text, std::regex("\\d\\d:\\d\\d:\\d\\d"));
+        }));
+    app().m_log_hscroll = 300;
+    paint();
+    const int x = static_cast<int>(panel.x), y = static_cast<int>(panel.y);
+    EXPECT_FALSE(painted(x + 2, y + 84, 13, 17)) << "beside the list";
+    EXPECT_FALSE(painted(x + 900 - 15, y + 84, 13, 17));
+    EXPECT_TRUE(painted(x + 18, y + 84, 60, 17));
+}
+
+TEST_F(AppLog, the_time_is_the_local_one) {
+    start();
+    Log::instance().clear();
+    app().open_overlay(Overlay::LogView, "Log");
+    setenv("TZ", "IST-5:30", 1);
+    tzset();
+    Log::infof("now");
+    const App::Rect panel = paint();
+    const auto seconds = static_cast<time_t>(Log::instance().recent().at(0).unix_time);
+    char wanted[16];
+    std::strftime(wanted, sizeof wanted, "%H:%M:%S", std::localtime(&seconds));
+    unsetenv("TZ");
+    tzset();
+    const PaintedText* clock = painted_text(wanted);
+    ASSERT_NE(clock, nullptr);
+    EXPECT_EQ(clock->x, panel.x + 26);
+}
+
+TEST_F(AppLog, both_thumbs_show_where_the_list_is) {
+    start();
+    write_lines(50000);
+    Log::infof("%s", std::string(300, 'm').c_str());
+    for (int i = 0; i < 5; ++i)  // it does not lie behind what is looked at
+        Log::infof("short");
+    app().open_overlay(Overlay::LogView, "Log");
+    app().m_list_scroll = -1;
+    for (const char* theme : {"light", "dark"}) {
+        settings().theme = theme;
+        app().apply_theme();
+        const App::Rect panel = paint();
+        const Palette& p = palette();
+        const std::string ground = p.dark ? "#101317" : "#FBFBFC";
+        const std::string track = over(p.progress_track, 0.45, ground);
+        const std::string thumb = over(p.secondary, 0.55, track);
+        const std::string held = over(p.secondary, 0.85, track);
+        // Upright, at its end, 24 high at the least.
+        const App::HitRect v = hit(App::Hit::LogVThumb);
+        const double x = v.x + 5, v_end = v.y + v.h;
+        expect_near(at(x, v.y + 10), track, "track");
+        expect_near(at(x, v_end - 26), track, "above the thumb");
+        expect_near(at(x, v_end - 22), thumb, "thumb");
+        expect_near(at(v.x + 2, v_end - 12), thumb, "its left edge");
+        expect_near(at(v.x + 8, v_end - 12), thumb, "its right edge");
+        expect_near(at(v.x + 2, v.y + 100), track, "left edge");
+        expect_near(at(v.x + 8, v.y + 100), track, "right edge");
+        EXPECT_EQ(at(v.x + 1, v.y + 100), ground);
+        EXPECT_EQ(at(v.x + 9, v.y + 100), ground);
+        // Lying, at its beginning.
+        const App::HitRect h = hit(App::Hit::LogHThumb);
+        const double top = panel.y + 600 - 56 - 8;
+        expect_near(at(h.x + 10, top + 3), thumb, "lying thumb");
+        expect_near(at(h.x + h.w - 10, top + 3), track, "lying track");
+        expect_near(at(h.x + h.w - 10, top), track, "its upper edge");
+        expect_near(at(h.x + h.w - 10, top + 5), track, "its lower edge");
+        EXPECT_EQ(at(h.x + h.w - 10, top - 1), ground);
+        EXPECT_EQ(at(h.x + h.w - 10, top + 6), ground);
+        EXPECT_EQ(at(h.x + 10, top - 1), ground);
+        EXPECT_EQ(at(h.x + 10, top + 6), ground);
+        // The one that is held is darker, and at the place of the pointer's.
+        click(x, v.y);
+        paint();
+        expect_near(at(x, v.y + 12), held, "held");
+        expect_near(at(x, v_end - 10), track, "where it was");
+        app().handle_release();
+        app().m_list_scroll = -1;
+        paint();
+        click(h.x + h.w - 1, h.y + 6);
+        paint();
+        expect_near(at(h.x + h.w - 10, top + 3), held, "held lying");
+        expect_near(at(h.x + 10, top + 3), track, "where that was");
+        app().handle_release();
+        app().m_log_hscroll = 0;
+    }
+}
+
+TEST_F(AppLog, the_lying_thumb_is_30_long_at_the_least) {
+    start();
+    Log::instance().clear();
+    app().open_overlay(Overlay::LogView, "Log");
+    Log::infof("%s", std::string(2000, 'W').c_str());
+    AppTest::frame(420, 600);
+    const App::HitRect h = hit(App::Hit::LogHThumb);
+    const double middle = h.y + 6;
+    ASSERT_LT((h.w + 19) / app().m_log_content_w * h.w, 20);
+    EXPECT_EQ(at(h.x + 27, middle), at(h.x + 10, middle));
+    EXPECT_NE(at(h.x + 31, middle), at(h.x + 10, middle));
+}
+
+TEST_F(AppLog, a_tool_under_the_pointer_is_lit) {
+    start();
+    open();
+    const App::HitRect tool = hit(App::Hit::Overlay, static_cast<int>(Action::LogClear));
+    EXPECT_EQ(at(tool.x + 5, tool.y + 12), palette().control);
+    app().handle_motion(tool.x + 5, tool.y + 5);
+    paint();
+    EXPECT_EQ(at(tool.x + 5, tool.y + 12), palette().control_hover);
+}
+
 TEST_F(AppLog, a_text_beyond_all_bounds_is_cut) {
     start();
     Log::instance().clear();
@@ -404,7 +529,7 @@ TEST_F(AppLog, the_middle_of_forty_thousand_lines_is_shown_in_order) {
 
 // --- Bookmarks --------------------------------------------------------------------------------
 
-class AppBookmarks : public AppTest {
+class AppBookmarks : public PanePaint {
   protected:
     // The cross of a row, whose number is turned over.
     App::HitRect cross_of(int index) {
@@ -462,7 +587,34 @@ TEST_F(AppBookmarks, a_row_has_name_path_and_a_cross) {
         ASSERT_NE(path, nullptr);
         EXPECT_EQ(path->size, 11);
         EXPECT_EQ(path->color, app().m_palette.secondary);
+        EXPECT_EQ(path->x, panel.x + 16 + 34 + 130);
+        EXPECT_NEAR(path->y, top + 15, 0.6);
+        // Arms of 5 from the middle, a line of 1.6.
+        const double x = cross.x + 12, y = cross.y + 12;
+        const Palette& p = app().m_palette;
+        const std::string ink = over(p.secondary, 0.45, p.bar);
+        for (const double arm : {-5.0, 0.0, 4.0}) {
+            expect_near(at(x + arm, y + arm), ink, "falling arm");
+            expect_near(at(x + arm, y - 1 - arm), ink, "rising arm");
+        }
+        EXPECT_EQ(at(x + 6, y + 6), p.bar);
+        EXPECT_EQ(at(x - 8, y - 8), p.bar);
+        EXPECT_NE(at(x + 2, y + 1), at(x, y)) << "the line is no wider";
     }
+    EXPECT_EQ(hit(App::Hit::Overlay, static_cast<int>(Action::OverlayCancel)).y,
+              panel.y + panel.h - 46);
+}
+
+TEST_F(AppBookmarks, long_names_and_paths_keep_to_their_columns) {
+    start();
+    const std::string name(300, 'N'), path = "/" + std::string(300, 'p');
+    bookmarks::restore({{name, path}});
+    const App::Rect panel = open();
+    const PaintedText* painted_name = painted_text(name);
+    const PaintedText* painted_path = painted_text(path);
+    ASSERT_TRUE(painted_name && painted_path);
+    EXPECT_LE(painted_name->x + painted_name->width, panel.x + 16 + 34 + 130);
+    EXPECT_LE(painted_path->x + painted_path->width, panel.x + 520 - 16 - 70);
 }
 
 TEST_F(AppBookmarks, a_click_goes_there_in_the_active_side) {
@@ -517,6 +669,22 @@ TEST_F(AppBookmarks, more_than_fit_are_scrolled) {
     app().handle_scroll(500, GDK_SCROLL_UP, 0, 0);
     EXPECT_EQ(app().m_list_scroll, 30 - page - 3);
     frame();
+    const App::HitRect thumb = hit(App::Hit::LogVThumb);
+    click(thumb.x + 5, thumb.y);
+    EXPECT_EQ(app().m_list_scroll, 0);
+    app().handle_release();
+    // With shift, too: there is nothing to the side.
+    app().handle_scroll(500, GDK_SCROLL_DOWN, 0, GDK_SHIFT_MASK);
+    EXPECT_EQ(app().m_list_scroll, 3);
+    // The last row in view is cut at the list's end.
+    frame();
+    const App::HitRect last = hit(App::Hit::ListItem, 3 + page);
+    EXPECT_LT(last.h, 30);
+    app().handle_motion(last.x + 200, last.y + 2);
+    frame();
+    const double end = app().m_overlay_panel.y + 460 - 56;
+    EXPECT_EQ(at(last.x + 140, end - 2), app().m_palette.control_hover);
+    EXPECT_EQ(at(last.x + 140, end + 2), app().m_palette.bar);
     // No row reaches out of the list.
     for (const App::HitRect& rect : app().m_hits)
         EXPECT_TRUE(rect.what != App::Hit::ListItem ||

@@ -274,6 +274,29 @@ TEST_F(AppMenus, the_body_has_an_outline_and_a_soft_shadow) {
     }
 }
 
+// One shadow, where a drop-down has two.
+TEST_F(AppMenus, the_menu_of_a_pane_has_an_outline_and_one_shadow) {
+    start();
+    const Palette p = app().m_palette;
+    for (const bool columns : {false, true}) {
+        if (columns)
+            app().open_column_menu(300, 200, false);
+        else
+            app().open_context_menu(300, 200, false);
+        frame();
+        const App::HitRect b = box();
+        EXPECT_EQ(at(b.x + 50, b.y + b.h - 1), p.menu_border);
+        EXPECT_EQ(at(b.x, b.y + 60), p.menu_border);
+        EXPECT_EQ(at(b.x + b.w - 1, b.y + 60), p.menu_border);
+        const double below = b.y + b.h;
+        const std::string with = at(b.x + 60, below), deeper = at(b.x + 60, below + 2);
+        app().close_menus();
+        frame();
+        expect_near(with, over("#000000", 0.1, at(b.x + 60, below)), "shadow");
+        EXPECT_EQ(deeper, at(b.x + 60, below + 2));
+    }
+}
+
 TEST_F(AppMenus, the_item_under_the_pointer_is_marked) {
     start();
     open(View);
@@ -444,6 +467,14 @@ TEST_F(AppMenus, what_a_menu_that_has_gone_has_painted_takes_no_click) {
     app().close_overlay();
     app().handle_click(folder.x + 5, folder.y + 5, 1, 0, 1);  // no frame in between
     EXPECT_EQ(app().m_overlay, Overlay::None);
+    // Whatever has closed it.
+    app().open_context_menu(300, 300, false);
+    frame();
+    const App::HitRect in_context = item(Action::NewFolder);
+    app().handle_click(in_context.x - 100, in_context.y, 1, 0, 1);
+    EXPECT_FALSE(app().menu_open());
+    app().handle_click(in_context.x + 5, in_context.y + 5, 1, 0, 1);
+    EXPECT_EQ(app().m_overlay, Overlay::None);
     // Nor what the menu before has painted.
     open(File);
     const App::HitRect edit = title(Edit);
@@ -512,6 +543,13 @@ TEST_F(AppMenus, the_go_menu_ends_with_the_visited_folders) {
     move(first);
     frame();
     EXPECT_EQ(at(first.x + 8, first.y + 13), app().m_palette.menu_hover);
+    // A path has 50 more than its text.
+    const std::string wide = left() + "/" + std::string(60, 'w');
+    make_dirs(wide);
+    recent::add(wide);
+    test_env::forget_painted();
+    open(Go);
+    EXPECT_EQ(box().w, painted_text(wide)->width + 50);
     // No other menu has them.
     open(Edit);
     EXPECT_EQ(count_hits(Hit::RecentItem), 0U);
@@ -598,6 +636,25 @@ TEST_F(AppMenus, the_bookmarks_menu_lists_them) {
     EXPECT_EQ(app().m_overlay, Overlay::BookmarkSide);
     EXPECT_EQ(app().m_overlay_title, "here");
     EXPECT_EQ(app().m_pending_bookmark, left() + "/here");
+}
+
+TEST_F(AppMenus, a_bookmark_has_40_more_than_its_name) {
+    mark({"here", std::string(60, 'w')});
+    start();
+    test_env::forget_painted();
+    open(Bookmarks);
+    EXPECT_EQ(box().w, painted_text(std::string(60, 'w'))->width + 40);
+    EXPECT_EQ(painted_text("here")->size, 12.5);
+}
+
+TEST_F(AppMenus, a_bookmark_that_is_a_link_to_a_folder_is_one) {
+    make_dirs(left() + "/folder");
+    ASSERT_EQ(symlink("folder", (left() + "/link").c_str()), 0);
+    mark({"link"});
+    start();
+    open(Bookmarks);
+    click(hit(Hit::BookmarkItem, 0));
+    EXPECT_EQ(app().m_overlay, Overlay::BookmarkSide);
 }
 
 TEST_F(AppMenus, without_bookmarks_a_line_says_so) {
@@ -812,6 +869,7 @@ TEST_F(AppMenus, a_menu_of_a_pane_has_its_measures) {
         double w = painted_text(tr(entry.label_key))->width + 40;
         if (entry.shortcut)
             w += painted_text(entry.shortcut)->width + 10;
+        EXPECT_TRUE(!entry.shortcut || painted_text(entry.shortcut)->size == 11);
         wide = std::max(wide, w);
     }
     const App::HitRect b = box();
@@ -921,7 +979,7 @@ TEST_F(AppMenus, the_columns_have_boxes_to_tick) {
     app().open_column_menu(200, 300, false);
     frame();
     const App::HitRect b = box();
-    EXPECT_GE(b.w, 190);
+    EXPECT_EQ(b.w, 190);
     EXPECT_EQ(b.h, 12 + 26 + 7 * 26);
     const test_env::PaintedText* heading = painted_text("Columns");
     ASSERT_NE(heading, nullptr);
@@ -939,6 +997,8 @@ TEST_F(AppMenus, the_columns_have_boxes_to_tick) {
     };
     EXPECT_TRUE(inside(size));
     EXPECT_FALSE(inside(type));
+    // Its line is wide enough to fill a pixel.
+    EXPECT_TRUE(has(app().m_palette.accent, size.x + 16, size.y + 8, 9, 9));
     // The box is 13 square, and the label begins 22 beside its left edge.
     EXPECT_EQ(at(type.x + 14 + 6, type.y + 6), app().m_palette.control_edge);
     EXPECT_EQ(at(type.x + 14 + 6, type.y + 18), app().m_palette.control_edge);

@@ -763,6 +763,23 @@ TEST_F(AppPointer, the_cursor_tells_what_can_be_pulled) {
     EXPECT_EQ(over(hit(App::Hit::OverlayResize)), "se-resize");
 }
 
+// What is held keeps the pointer's shape, wherever the pointer has got to.
+TEST_F(AppPointer, a_frame_in_the_middle_of_a_pull_changes_no_cursor) {
+    start_with_files(3);
+    const App::HitRect grip = hit(App::Hit::ColumnResize);
+    app().handle_motion(grip.x + 2, grip.y + 5);
+    ASSERT_STREQ(app().m_cursor_name, "col-resize");
+    click(grip.x + 2, grip.y + 5);
+    app().handle_motion(grip.x + 25, grip.y + 300);
+    app().m_mouse_x = grip.x + 2;
+    app().m_mouse_y = grip.y + 300;
+    frame();
+    EXPECT_STREQ(app().m_cursor_name, "col-resize");
+    app().handle_release();
+    frame();
+    EXPECT_EQ(app().m_cursor_name, nullptr);
+}
+
 TEST_F(AppPointer, motion_without_a_change_paints_nothing) {
     start_with_files(3);
     const App::HitRect first = row(1);
