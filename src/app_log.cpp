@@ -142,9 +142,6 @@ void App::draw_log_hthumb(const Rect& list) {
 }
 
 void App::drag_log_scroll(double x, double y) {
-    // A question of the engine may have taken the dialogue's place.
-    if (m_overlay != Overlay::LogView)
-        return;
     if (m_log_drag == 1 && m_log_track_h > 0)
         m_list_scroll =
             static_cast<int>(m_log_max_scroll * fraction_of(y, m_log_track_y, m_log_track_h) + 0.5);

@@ -65,6 +65,7 @@ void App::close_overlay() {
 // Until the next frame there is nothing on the screen but the dialogue before. Its letters and its
 // rectangles must not act on the one that is open now.
 void App::forget_overlay_input() {
+    m_log_drag = 0;  // a question of the engine may come while a thumb is held
     m_overlay_accels.clear();
     for (HitRect& hit : m_hits)
         if (hit.in_overlay)

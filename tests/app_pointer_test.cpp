@@ -616,6 +616,28 @@ TEST_F(AppPointer, a_click_beside_an_open_menu_closes_it_and_does_nothing_else) 
     EXPECT_EQ(selected_names(), Names{"file1"});
 }
 
+TEST_F(AppPointer, while_work_runs_a_filter_is_left_alone) {
+    start_with_files(3);
+    app().begin_search(false);
+    key(GDK_KEY_f);
+    app().m_search_pane = -1;  // as another mode's begin leaves it
+    frame();
+    ASSERT_EQ(pane().filter(), "f");
+    const App::HitRect bar = hit(App::Hit::SearchBar, -1, 0);
+    const App::HitRect cross = hit(App::Hit::SearchClear, -1, 0);
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
+        while (reporter.keep_going())
+            g_usleep(1000);
+    }));
+    app().m_bgtask_was_running = true;
+    app().handle_click(bar.x + 3, bar.y + 3, 1, 0, 1);
+    EXPECT_EQ(app().m_search_pane, -1);
+    app().handle_click(cross.x + 3, cross.y + 3, 1, 0, 1);
+    EXPECT_EQ(pane().filter(), "f");
+    BgTask::instance().cancel();
+    ASSERT_TRUE(settle());
+}
+
 TEST_F(AppPointer, while_work_runs_a_click_on_a_row_does_not_even_close_a_menu) {
     start_with_files(3);
     const App::HitRect target = row(2);
