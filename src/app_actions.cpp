@@ -2,6 +2,7 @@
 
 #include "app.h"
 
+#include "archive_ops.h"
 #include "bookmarks.h"
 #include "file_ops.h"
 #include "fs_ops.h"
@@ -45,6 +46,21 @@ bool deny(std::string* reason, const char* why) {
     if (reason)
         *reason = why;
     return false;
+}
+
+// From a format that cannot be packed here on, as after the first.
+void step_archive_format() {
+    const std::vector<archive_ops::Format>& formats = archive_ops::available_formats();
+    if (formats.empty())
+        return;
+    SettingsStore& store = SettingsStore::instance();
+    std::string& present = store.mutable_get().archive_format;
+    size_t at = 0;
+    for (size_t i = 0; i < formats.size(); ++i)
+        if (present == archive_ops::label_for(formats[i]))
+            at = i;
+    present = archive_ops::label_for(formats[(at + 1) % formats.size()]);
+    store.save();
 }
 
 }  // namespace
@@ -249,6 +265,12 @@ void App::dispatch(Action action) {
         const std::string error = file_ops::open_with_default_app(Log::instance().file_path());
         return error.empty() ? void() : show_error(error);
     }
+    case Action::SandboxDontShow:
+        SettingsStore::instance().mutable_get().sandbox_notice_hidden = true;
+        SettingsStore::instance().save();
+        return close_overlay();
+    case Action::SettingsArchiveFormat:
+        return step_archive_format();
     // These carry an index and act where the click on a list is resolved.
     case Action::BookmarkGoto:
     case Action::RecentGoto:
@@ -273,8 +295,6 @@ void App::dispatch(Action action) {
     case Action::Licenses:
     case Action::SandboxInfo:
     case Action::SandboxCopyCommand:
-    case Action::SandboxDontShow:
-    case Action::SettingsArchiveFormat:
     case Action::DeleteToTrash:
     case Action::DeletePermanent:
     case Action::RetryAsAdmin:

@@ -2,6 +2,7 @@
 
 #include "app_fixture.h"
 
+#include "archive_ops.h"
 #include "file_ops.h"
 #include "i18n.h"
 #include "logger.h"
@@ -329,6 +330,36 @@ TEST_F(AppActions, a_trash_that_cannot_be_made_is_an_error) {
     app().perform(Action::GoToTrash, 0);
     expect_message("Caution", "This location has no trash. Delete permanently instead.", true);
     EXPECT_EQ(pane().path(), left());
+}
+
+TEST_F(AppActions, the_archive_format_goes_round_those_that_can_be_packed) {
+    start();
+    const std::vector<archive_ops::Format>& formats = archive_ops::available_formats();
+    ASSERT_GT(formats.size(), 2U);  // tar and gzip are in every Debian
+    std::string& present = SettingsStore::instance().mutable_get().archive_format;
+    present = archive_ops::label_for(formats[0]);
+    for (size_t i = 1; i <= formats.size(); ++i) {
+        app().perform(Action::SettingsArchiveFormat, 0);
+        EXPECT_EQ(present, archive_ops::label_for(formats[i % formats.size()]));
+    }
+    // One that none has is followed by the second.
+    present = "rar";
+    app().perform(Action::SettingsArchiveFormat, 0);
+    EXPECT_EQ(present, archive_ops::label_for(formats[1]));
+    EXPECT_NE(
+        test_env::read_file(config_file("settings.json")).find("\"archive_format\": \"" + present),
+        std::string::npos);
+}
+
+TEST_F(AppActions, the_sandbox_notice_can_be_told_to_stay_away) {
+    start();
+    app().open_overlay(App::Overlay::Sandbox, "title");
+    app().perform(Action::SandboxDontShow, 0);
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
+    EXPECT_TRUE(SettingsStore::instance().get().sandbox_notice_hidden);
+    EXPECT_NE(
+        test_env::read_file(config_file("settings.json")).find("\"sandbox_notice_hidden\": true"),
+        std::string::npos);
 }
 
 TEST_F(AppActions, hidden_files_can_be_toggled) {

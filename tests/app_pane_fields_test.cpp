@@ -118,7 +118,7 @@ TEST_F(PaneFields, the_caret_of_the_filter_stands_behind_the_text_before_it) {
         const std::string& ground = app().m_palette.control;
         const App::HitRect box = hit(App::Hit::SearchBar, -1, 0);
         app().m_search_buffer = "file";
-        for (const size_t caret : {0, 2, 4}) {
+        for (const size_t caret : {0U, 2U, 4U}) {
             app().m_search_caret = caret;
             frame();
             const double x = box.x + 26 + width_of(std::string("file").substr(0, caret), 12.5);

@@ -349,7 +349,7 @@ TEST_F(AppPointerRename, a_click_into_the_box_sets_the_caret_and_nothing_else) {
         EXPECT_EQ(caret_after_click(text->x + text->width + 20), pane().rename_buffer().size());
         // Each edge between two characters takes what is nearest to it.
         size_t at = 0;
-        for (const size_t bytes : {2, 2, 2, 1, 1, 1, 1, 1, 1, 1}) {
+        for (const size_t bytes : {2U, 2U, 2U, 1U, 1U, 1U, 1U, 1U, 1U, 1U}) {
             at += bytes;
             const double edge = text->x + width_of("äöü folder", at);
             EXPECT_EQ(caret_after_click(edge + 0.6), at) << scale;
