@@ -68,7 +68,9 @@ std::string format_args(const char* format, va_list args) {
 }  // namespace
 
 Log& Log::instance() {
-    static Log log;
+    // Never destroyed: threads that nobody waits for may log as the process ends. Each line is on
+    // its way to the file when write() returns.
+    static Log& log = *new Log;
     return log;
 }
 

@@ -136,7 +136,8 @@ const Mount* for_path(const std::string& path) {
 
 bool is_pseudo_fs(const std::string& fs_type) {
     // tmpfs is not among them: people keep files there.
-    static const std::unordered_set<std::string> types = {
+    // Never destroyed: a thread of the drive list may still ask as the process ends.
+    static const auto& types = *new std::unordered_set<std::string>{
         "proc",       "sysfs",     "devtmpfs",  "devpts",   "cgroup",      "cgroup2",
         "pstore",     "bpf",       "tracefs",   "debugfs",  "securityfs",  "configfs",
         "fusectl",    "hugetlbfs", "mqueue",    "efivarfs", "binfmt_misc", "autofs",
@@ -145,7 +146,7 @@ bool is_pseudo_fs(const std::string& fs_type) {
 }
 
 bool is_risky_fs(const std::string& fs_type) {
-    static const std::unordered_set<std::string> types = {
+    static const auto& types = *new std::unordered_set<std::string>{
         "nfs",       "nfs4", "cifs",  "smb3",  "smbfs", "afs",      "ceph",
         "glusterfs", "9p",   "sshfs", "davfs", "ftpfs", "curlftpfs"};
     return types.contains(fs_type) || su::starts_with(fs_type, "fuse");

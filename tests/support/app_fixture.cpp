@@ -9,12 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 
-// The leak checker asks for this by name. Fontconfig keeps its patterns until the process ends.
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libfontconfig\n";
-}
-
 // The race checker sees calls of libraries that it did not compile, but not how they lock.
 extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions() {
