@@ -171,7 +171,6 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
 void App::draw_all() {
     const Layout& l = m_layout;
     fill_rect(0, 0, l.width, l.height, m_palette.window, 1);
-    fill_band(0, 0, l.width, l.menu_h, m_palette.bar);
     draw_header(l.header_y, l.width);
     draw_pane(m_left, false, l.left_x, l.pane_y, l.left_w, l.pane_h);
     draw_pane(m_right, true, l.right_x, l.pane_y, l.right_w, l.pane_h);
@@ -360,6 +359,7 @@ double App::wrapped_text(const std::string& text, double x, double y, double max
         pango_font_description_set_family(font, family);
         pango_layout_set_font_description(layout, font);
         pango_font_description_free(font);
+        g_shared.family.clear();  // the next text sets its own again
     }
     pango_layout_set_single_paragraph_mode(layout, FALSE);
     pango_layout_set_width(layout, static_cast<int>(max_w * PANGO_SCALE));

@@ -119,6 +119,15 @@ TEST_F(AppPaint, a_text_at_half_alpha_is_half_as_bright) {
     EXPECT_NEAR(brightest(0.25), 64, 1);
 }
 
+TEST_F(AppPaint, a_family_of_its_own_ends_with_its_text) {
+    I18n::instance().set_ui_font("DejaVu Sans Mono");
+    const double before = app().text_width("iiii", 11, false, false);
+    app().wrapped_text("a text", 0, 0, 100, 11, nullptr, "sans-serif");
+    EXPECT_EQ(app().text_width("iiii", 11, false, false), before);
+    I18n::instance().set_ui_font("");
+    EXPECT_LT(app().text_width("iiii", 11, false, false), before);
+}
+
 TEST_F(AppPaint, a_rectangle_covers_exactly_its_pixels) {
     app().fill_rect(10, 20, 30, 5, "#FFFFFF", 1);
     const Ink found = ink();
