@@ -25,7 +25,6 @@
 #include <cstdlib>
 #include <gdk/gdkwayland.h>
 #include <glib-unix.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -163,15 +162,6 @@ void on_destroy_cb(GtkWidget*, gpointer data) {
     app_of(data).on_destroy();
 }
 
-// Beside the building of the window. Detached, since a tool that hangs must not keep the program.
-void find_tools() {
-    if (archive_ops::announce_probe())
-        std::thread([] {
-            (void)file_ops::terminal_program();
-            archive_ops::run_probe();
-        }).detach();
-}
-
 }  // namespace
 
 // --- Life -------------------------------------------------------------------------------------
@@ -194,7 +184,7 @@ void App::begin(int argc, char** argv) {
     m_invoking_user = invoking_user();
     log_start();
     drives::init();
-    find_tools();
+    archive_ops::probe_in_background([] { (void)file_ops::terminal_program(); });
     load_state();
     build_window();
     watch_desktop_theme();

@@ -10,6 +10,8 @@
 #include <map>
 #include <string>
 #include <sys/wait.h>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace archive_ops {
@@ -126,6 +128,19 @@ bool announce_probe() {
 void run_probe() {
     g_probe->answer = formats_that([](Format format) { return has_tools(format, tool_runs); });
     g_probe->done.store(true, std::memory_order_release);
+}
+
+void probe_in_background(void (*first)()) {
+    if (!announce_probe())
+        return;
+    try {
+        std::thread([first] {
+            first();
+            run_probe();
+        }).detach();
+    } catch (const std::system_error& error) {
+        Log::warnf("archivers: no thread to ask them: %s", error.what());
+    }
 }
 
 bool format_available(Format format) {

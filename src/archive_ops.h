@@ -17,6 +17,10 @@ namespace archive_ops {
 [[nodiscard]] bool announce_probe();
 // Once, after announce_probe(); any thread. It may outlive main().
 void run_probe();
+// Both, the second on a thread that nobody waits for, since a tool that hangs must not keep the
+// program; `first` runs there before it. Where no thread is to be had the search path is the
+// answer.
+void probe_in_background(void (*first)());
 
 // Whether all tools that the format needs can be run.
 [[nodiscard]] bool format_available(Format format);

@@ -2,11 +2,14 @@
 
 #include "fresh_process.h"
 #include "log_lines.h"
+#include "shim.h"
 #include "test_env.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/syscall.h>
 #include <thread>
 #include <vector>
 
@@ -128,6 +131,18 @@ TEST(ArchiveOps, until_the_probe_has_its_answer_the_search_path_counts) {
     EXPECT_EQ(test_env::logged("archiver zip      available"), 1);
     EXPECT_EQ(test_env::logged("archivers: 1 of 8 formats available"), 1);
     EXPECT_FALSE(archive_ops::announce_probe());
+}
+
+// The start goes on without a thread, and what there is in the search path can be packed.
+TEST(ArchiveOps, without_a_thread_the_search_path_is_the_answer) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_SHIM(SYS_clone3, SYS_clone);
+    for (const long number : {SYS_clone3, SYS_clone})
+        shim::fail(number, EAGAIN, 1);
+    archive_ops::probe_in_background([] {});
+    shim::clear();
+    EXPECT_TRUE(archive_ops::format_available(Format::Tar));
+    EXPECT_EQ(test_env::logged_with("archivers: no thread to ask them: "), 1);
 }
 
 }  // namespace
