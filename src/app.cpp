@@ -26,6 +26,7 @@
 #include <gdk/gdkwayland.h>
 #include <glib-unix.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -211,6 +212,7 @@ void App::finish() {
     if (display)
         gdk_display_flush(display);
     end_workers();
+    file_ops::folder_size::cancel();
     drives::shutdown_wait(kDrivesWaitMs);
 }
 
@@ -529,6 +531,7 @@ void App::tick() {
     m_transfer_was_running = copying;
     m_bgtask_was_running = tasking;
     save_state_if_changed();
+    const bool sizing = poll_sizing();
     if (copying) {
         const std::string stalled = engine.watchdog_tick();
         if (!stalled.empty())
@@ -540,7 +543,8 @@ void App::tick() {
     ++m_idle_frame;
     const bool idle_redraw = m_overlay == Overlay::None && m_window &&
                              gtk_window_is_active(GTK_WINDOW(m_window)) && m_idle_frame % 2 == 0;
-    if (copying || tasking || conflict || flashing || idle_redraw || m_progress_hold_until > 0)
+    if (copying || tasking || conflict || sizing || flashing || idle_redraw ||
+        m_progress_hold_until > 0)
         request_redraw();
 }
 
@@ -604,6 +608,11 @@ void App::poll_conflict(bool pending) {
     } else if (!pending && m_overlay == Overlay::Conflict) {
         close_overlay();
     }
+}
+
+bool App::poll_sizing() {
+    const bool sizing = file_ops::folder_size::snapshot().running;
+    return std::exchange(m_sizing_was_running, sizing) || sizing;
 }
 
 void App::poll_progress_hold() {

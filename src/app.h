@@ -287,6 +287,7 @@ class App {
     void poll_task_end(bool tasking);
     void poll_conflict(bool pending);
     void poll_progress_hold();
+    bool poll_sizing();  // true: there is something new to see
 
     [[nodiscard]] static double now_seconds();  // the steady clock
     void request_redraw() const;                // queues a frame; never paints
@@ -555,6 +556,10 @@ class App {
     void go_up(bool right);
     void start_transfer(bool to_right, bool move);
     bool take_unseen_end();
+    void delete_selection(bool to_trash);
+    // A folder of the selection that one of the panes shows has been refused, with a message.
+    bool refuse_shown_folder();
+    void open_terminal();
     // Commits the rename of whichever pane has one. False: the name was refused, and a message
     // says why.
     bool commit_rename();
@@ -740,7 +745,8 @@ class App {
 
     bool m_transfer_was_running = false;
     bool m_bgtask_was_running = false;
-    unsigned m_idle_frame = 0;  // counts ticks, for the idle redraw
+    bool m_sizing_was_running = false;  // of a folder
+    unsigned m_idle_frame = 0;          // counts ticks, for the idle redraw
 
     // --- Fields: progress, result, flashes (app.cpp, painted elsewhere) -----------------------
 

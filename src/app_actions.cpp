@@ -201,6 +201,12 @@ void App::dispatch(Action action) {
         return begin_search(m_active_right);
     case Action::Delete:
         return ask_delete();
+    case Action::DeleteToTrash:
+        return delete_selection(true);
+    case Action::DeletePermanent:
+        return delete_selection(false);
+    case Action::OpenTerminal:
+        return open_terminal();
     case Action::OverlayOk:
         return accept_overlay();
     case Action::OverlayCancel:
@@ -285,7 +291,6 @@ void App::dispatch(Action action) {
     case Action::PackToOther:
     case Action::ViewArchive:
     case Action::ViewHex:
-    case Action::OpenTerminal:
     case Action::UnpackLeft:
     case Action::UnpackRight:
     case Action::PackTargetLeft:
@@ -295,8 +300,6 @@ void App::dispatch(Action action) {
     case Action::Licenses:
     case Action::SandboxInfo:
     case Action::SandboxCopyCommand:
-    case Action::DeleteToTrash:
-    case Action::DeletePermanent:
     case Action::RetryAsAdmin:
     case Action::RestartAsRoot:
     case Action::AboutWebsite:
@@ -413,12 +416,19 @@ void App::start_transfer(bool to_right, bool move) {
 // anybody has seen them, and what the lists show is not what they hold any more, so a command given
 // on them is swallowed as during the run.
 bool App::take_unseen_end() {
-    if (!m_transfer_was_running || copy_engine::instance().is_running())
-        return false;
-    poll_transfer_end(false);
-    m_transfer_was_running = false;
-    request_redraw();
-    return true;
+    const bool copied = m_transfer_was_running && !copy_engine::instance().is_running();
+    const bool tasked = m_bgtask_was_running && !BgTask::instance().is_running();
+    if (copied) {
+        poll_transfer_end(false);
+        m_transfer_was_running = false;
+    }
+    if (tasked) {
+        poll_task_end(false);
+        m_bgtask_was_running = false;
+    }
+    if (copied || tasked)
+        request_redraw();
+    return copied || tasked;
 }
 
 void App::move_cursor_to_single_selection() {
@@ -521,10 +531,8 @@ void App::go_to_path(const std::string& path) {
 void App::ask_delete() {
     if (active_pane().selected_paths().empty())
         return show_nothing();
-    if (const std::string* shown = pane_path_inside_selection()) {
-        Log::warnf("delete refused: %s ist in einer Seite geoeffnet", shown->c_str());
-        return show_error(tr("err.folder_in_use"));
-    }
+    if (refuse_shown_folder())
+        return;
     const Settings& settings = SettingsStore::instance().get();
     if (settings.confirm_delete)
         return open_overlay(Overlay::ConfirmDelete, tr("dlg.delete_title"));
@@ -535,9 +543,33 @@ const std::string* App::pane_path_inside_selection() const {
     const std::vector<std::string> selected = active_pane().selected_paths();
     for (const Pane* pane : {&m_left, &m_right})
         for (const std::string& path : selected)
-            if (pane->path() == path || pane->path().compare(0, path.size() + 1, path + "/") == 0)
+            if (su::starts_with(pane->path(), path) &&
+                (pane->path().size() == path.size() || pane->path()[path.size()] == '/'))
                 return &pane->path();
     return nullptr;
+}
+
+bool App::refuse_shown_folder() {
+    const std::string* const shown = pane_path_inside_selection();
+    if (!shown)
+        return false;
+    Log::warnf("delete refused: %s ist in einer Seite geoeffnet", shown->c_str());
+    show_error(tr("err.folder_in_use"));
+    return true;
+}
+
+void App::delete_selection(bool to_trash) {
+    close_overlay();
+    const std::vector<std::string> paths = active_pane().selected_paths();
+    if (paths.empty()) {
+        Log::warnf("delete refused: keine ausdrueckliche Auswahl");
+        return;
+    }
+    if (refuse_shown_folder() || take_unseen_end())
+        return;
+    if (!file_ops::start_delete(paths, to_trash, tr(to_trash ? "task.trashing" : "task.deleting")))
+        return show_busy();
+    m_bgtask_was_running = true;
 }
 
 // --- Single commands --------------------------------------------------------------------------
@@ -625,6 +657,13 @@ void App::swap_panes() {
     m_active_right = !m_active_right;
     if (m_path_edit >= 0)
         m_path_edit = 1 - m_path_edit;
+}
+
+void App::open_terminal() {
+    const std::string error = file_ops::open_terminal_at(active_pane().path());
+    if (!error.empty())
+        return show_error(error);
+    flash_status(tr("status.terminal_opened"));
 }
 
 void App::go_to_trash() {

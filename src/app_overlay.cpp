@@ -5,6 +5,7 @@
 
 #include "app.h"
 
+#include "file_ops.h"
 #include "i18n.h"
 #include "settings.h"
 
@@ -48,6 +49,9 @@ double errors_height(size_t failures) {
 
 void App::open_overlay(Overlay overlay, const std::string& title) {
     forget_overlay_input();
+    // Whatever takes its place ends what it was counting.
+    if (m_overlay == Overlay::Properties && overlay != Overlay::Properties)
+        file_ops::folder_size::abandon();
     // A menu or a list below would take the first click.
     close_menus();
     m_overlay = overlay;
@@ -58,6 +62,8 @@ void App::open_overlay(Overlay overlay, const std::string& title) {
 
 void App::close_overlay() {
     forget_overlay_input();
+    if (m_overlay == Overlay::Properties)
+        file_ops::folder_size::abandon();
     m_overlay = Overlay::None;
     request_redraw();
 }

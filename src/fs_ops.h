@@ -138,6 +138,14 @@ std::string remove_recursive(const std::string& path, const std::function<void()
 measure_tree(const std::string& path, const KeepGoing& keep_going,
              const std::function<void(int64_t bytes, int64_t files, int64_t dirs)>& on_progress);
 
+// Does something with an entry of an open folder; the answer is an errno, 0 for success.
+using ApplyToEntry = std::function<int(int dir_fd, const char* name, bool is_dir)>;
+
+// Applies to every entry of a tree, what stands in a folder before the folder itself. Symbolic
+// links are left out, also for path itself, and no link is followed on the way. A failing entry
+// does not stop the rest; the first error is the result.
+[[nodiscard]] std::string walk_apply(const std::string& path, const ApplyToEntry& apply);
+
 // The names of one folder, with a stat only where the kind or the size asks for one.
 [[nodiscard]] RawListing list_dir_raw(const std::string& path);
 // The same for an open folder, whose descriptor stays the caller's; path is for messages alone.

@@ -284,11 +284,88 @@ bool is_mount_point(int dir_fd, const char* name, uint64_t parent_device) {
     return fstatat(dir_fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && st.st_dev != parent_device;
 }
 
+// The names that a walk has before it which does something with what stands in a folder before it
+// comes to the folder itself, from the root down to where it is. The first error of the walk is
+// kept here too.
+class NameStack {
+  public:
+    explicit NameStack(const KeepGoing& keep_going) : m_chain(keep_going) {}
+
+    [[nodiscard]] bool empty() const { return m_levels.empty(); }
+    // Of the current folder. Without one names are full paths.
+    [[nodiscard]] int fd() const { return m_chain.empty() ? AT_FDCWD : m_chain.current_fd(); }
+    // These two only while not empty.
+    [[nodiscard]] std::vector<std::string>& names() { return m_levels.back().names; }
+    [[nodiscard]] uint64_t device() const { return m_levels.back().device; }
+
+    // The full path of an entry of the current folder; built for messages alone, since a deep tree
+    // has paths that are longer than any call takes.
+    [[nodiscard]] std::string path_of(const std::string& name) const {
+        std::string path;
+        for (const Level& level : m_levels)
+            path = su::join_path(path, level.name);
+        return su::join_path(path, name);
+    }
+
+    void keep_error(const std::string& error) {
+        if (m_first_error.empty())
+            m_first_error = error;
+    }
+    [[nodiscard]] const std::string& first_error() const { return m_first_error; }
+
+    // Opens a folder and reads its names. They are all read before anything is done with the first
+    // one, since not every file system can do both at a time. False, with the error kept, for one
+    // that cannot be opened.
+    bool enter(const std::string& name) {
+        if (!m_chain.descend(name.c_str())) {
+            const int code = errno;
+            keep_error(err_from(path_of(name), code));
+            return false;
+        }
+        Level level;
+        level.name = name;
+        struct stat st = {};
+        if (fstat(m_chain.current_fd(), &st) == 0)
+            level.device = st.st_dev;
+        const int code = for_each_name(m_chain.current(), [&](const struct dirent& entry) {
+            level.names.emplace_back(entry.d_name);
+            return true;
+        });
+        m_levels.push_back(std::move(level));
+        if (code != 0)
+            keep_error(err_from(path_of({}), code));
+        return true;
+    }
+
+    // Goes back to the folder above; the name of the one that was left there. False, with the error
+    // kept, when there is no way back.
+    bool leave(std::string& name) {
+        name = std::move(m_levels.back().name);
+        m_levels.pop_back();
+        if (m_chain.ascend())
+            return true;
+        const int code = errno;
+        keep_error(err_from(path_of(name), code));
+        return false;
+    }
+
+  private:
+    struct Level {
+        std::string name;  // in the folder above; the full path for the first
+        std::vector<std::string> names;
+        uint64_t device = 0;
+    };
+
+    std::string m_first_error;
+    FolderChain m_chain;
+    std::vector<Level> m_levels;  // one per level of m_chain
+};
+
 class Remove {
   public:
     Remove(const std::string& root, const std::function<void()>& on_removed,
            const KeepGoing& keep_going)
-        : m_root(root), m_on_removed(on_removed), m_keep_going(keep_going), m_chain(keep_going) {}
+        : m_root(root), m_on_removed(on_removed), m_keep_going(keep_going), m_stack(keep_going) {}
 
     std::string run() {
         struct stat st = {};
@@ -304,71 +381,29 @@ class Remove {
         if (is_mount_point(AT_FDCWD, m_root.c_str(),
                            stat_path(parent.empty() ? "/" : parent).device))
             return m_root + ": " + kIsMountPoint;
-        enter(m_root);
-        while (!m_levels.empty() && step()) {
+        m_stack.enter(m_root);
+        while (!m_stack.empty() && step()) {
         }
-        return m_first_error;
+        return m_stack.first_error();
     }
 
   private:
-    struct Level {
-        std::string name;  // in the folder above; the full path for the first
-        std::vector<std::string> entries;
-        uint64_t device = 0;
-    };
-
     void removed() const {
         if (m_on_removed)
             m_on_removed();
     }
 
-    void keep_error(const std::string& error) {
-        if (m_first_error.empty())
-            m_first_error = error;
-    }
-
-    // The full path of an entry of the current folder; built for messages alone, since a deep tree
-    // has paths that are longer than any call takes.
-    std::string path_of(const std::string& name) const {
-        std::string path;
-        for (const Level& level : m_levels)
-            path = su::join_path(path, level.name);
-        return su::join_path(path, name);
-    }
-
-    // Opens a folder and reads its names. They are all read before the first one goes, since not
-    // every file system can do both at a time.
-    void enter(const std::string& name) {
-        if (!m_chain.descend(name.c_str())) {
-            const int code = errno;
-            keep_error(err_from(path_of(name), code));
-            return;
-        }
-        Level level;
-        level.name = name;
-        struct stat st = {};
-        if (fstat(m_chain.current_fd(), &st) == 0)
-            level.device = st.st_dev;
-        const int code = for_each_name(m_chain.current(), [&](const struct dirent& entry) {
-            level.entries.emplace_back(entry.d_name);
-            return true;
-        });
-        m_levels.push_back(std::move(level));
-        if (code != 0)
-            keep_error(err_from(path_of({}), code));
-    }
-
     // Removes the next entry, goes into the next subfolder, or leaves and removes the current
     // folder. False when the walk ends early.
     bool step() {
-        Level& here = m_levels.back();
-        if (here.entries.empty())
+        std::vector<std::string>& names = m_stack.names();
+        if (names.empty())
             return leave();
         if (m_keep_going && !m_keep_going())
             return false;
-        const std::string name = std::move(here.entries.back());
-        here.entries.pop_back();
-        const int fd = m_chain.current_fd();
+        const std::string name = std::move(names.back());
+        names.pop_back();
+        const int fd = m_stack.fd();
         if (unlinkat(fd, name.c_str(), 0) == 0) {
             removed();
             return true;
@@ -378,36 +413,86 @@ class Remove {
         const bool is_folder =
             fstatat(fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
         if (!is_folder)
-            keep_error(err_from(path_of(name), code));
-        else if (is_mount_point(fd, name.c_str(), here.device))
-            keep_error(path_of(name) + ": " + kIsMountPoint);
+            m_stack.keep_error(err_from(m_stack.path_of(name), code));
+        else if (is_mount_point(fd, name.c_str(), m_stack.device()))
+            m_stack.keep_error(m_stack.path_of(name) + ": " + kIsMountPoint);
         else
-            enter(name);
+            m_stack.enter(name);
         return true;
     }
 
     bool leave() {
-        const std::string path = m_levels.size() == 1 ? m_root : path_of({});
-        const std::string name = std::move(m_levels.back().name);
-        m_levels.pop_back();
-        if (!m_chain.ascend()) {
-            keep_error(err_from(path));
+        std::string name;
+        if (!m_stack.leave(name))
             return false;
-        }
-        const int parent = m_chain.empty() ? AT_FDCWD : m_chain.current_fd();
-        if (unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0)
+        if (unlinkat(m_stack.fd(), name.c_str(), AT_REMOVEDIR) == 0) {
             removed();
-        else
-            keep_error(err_from(path));
+            return true;
+        }
+        const int code = errno;
+        m_stack.keep_error(err_from(m_stack.path_of(name), code));
         return true;
     }
 
     const std::string& m_root;
     const std::function<void()>& m_on_removed;
     const KeepGoing& m_keep_going;
-    std::string m_first_error;
-    FolderChain m_chain;
-    std::vector<Level> m_levels;  // one per level of m_chain
+    NameStack m_stack;
+};
+
+// --- Doing something with every entry --------------------------------------------------------
+
+class Apply {
+  public:
+    Apply(const std::string& root, const ApplyToEntry& apply)
+        : m_root(root), m_apply(apply), m_stack(m_keep_going) {}
+
+    std::string run() {
+        visit(m_root);
+        while (!m_stack.empty() && step()) {
+        }
+        return m_stack.first_error();
+    }
+
+  private:
+    // An entry of the current folder. A folder is entered; its turn comes when it is left.
+    void visit(const std::string& name) {
+        struct stat st = {};
+        if (fstatat(m_stack.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            const int code = errno;
+            m_stack.keep_error(err_from(m_stack.path_of(name), code));
+            return;
+        }
+        if (S_ISLNK(st.st_mode) || (S_ISDIR(st.st_mode) && m_stack.enter(name)))
+            return;
+        apply(name, S_ISDIR(st.st_mode));
+    }
+
+    void apply(const std::string& name, bool is_dir) {
+        if (const int code = m_apply(m_stack.fd(), name.c_str(), is_dir); code != 0)
+            m_stack.keep_error(err_from(m_stack.path_of(name), code));
+    }
+
+    // False when the way back up is lost.
+    bool step() {
+        std::vector<std::string>& names = m_stack.names();
+        std::string name;
+        if (names.empty()) {
+            if (!m_stack.leave(name))
+                return false;
+            apply(name, true);
+            return true;
+        }
+        name = std::move(names.back());
+        names.pop_back();
+        visit(name);
+        return true;
+    }
+
+    const std::string& m_root;
+    const ApplyToEntry& m_apply;
+    const KeepGoing m_keep_going;  // none: nothing ends this walk
+    NameStack m_stack;
 };
 
 // --- Listing ------------------------------------------------------------------------------------
@@ -476,6 +561,10 @@ TreeSize measure_tree(const std::string& path, const KeepGoing& keep_going,
 std::string remove_recursive(const std::string& path, const std::function<void()>& on_removed,
                              const KeepGoing& keep_going) {
     return Remove(path, on_removed, keep_going).run();
+}
+
+std::string walk_apply(const std::string& path, const ApplyToEntry& apply) {
+    return Apply(path, apply).run();
 }
 
 RawListing list_dir_raw(const std::string& path) {

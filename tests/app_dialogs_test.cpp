@@ -894,18 +894,26 @@ TEST_F(AppDialogs, deleting_asks_first_unless_told_not_to) {
         settings().delete_to_trash = to_trash;
         settings().confirm_delete = true;
         Log::instance().clear();
+        pane().select_all();
         key(GDK_KEY_Delete);
         EXPECT_FALSE(logged(line));
+        EXPECT_TRUE(exists(left() + "/a"));
         key(GDK_KEY_Return);
         EXPECT_TRUE(logged(line));
-        app().close_overlay();
+        ASSERT_TRUE(settle());
+        EXPECT_FALSE(exists(left() + "/a"));
         settings().confirm_delete = false;
         Log::instance().clear();
+        write_file(left() + "/a", "x");
+        app().refresh_both();
+        pane().select_all();
         key(GDK_KEY_Delete);
         EXPECT_TRUE(logged(line));
-        app().close_overlay();
+        ASSERT_TRUE(settle());
+        EXPECT_FALSE(exists(left() + "/a"));
+        write_file(left() + "/a", "x");
+        app().refresh_both();
     }
-    EXPECT_TRUE(exists(left() + "/a"));
 }
 
 // --- For the eye ------------------------------------------------------------------------------

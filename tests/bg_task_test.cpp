@@ -1,6 +1,7 @@
 #include "bg_task.h"
 
 #include "logger.h"
+#include "wait_until.h"
 
 #include <gtest/gtest.h>
 
@@ -11,16 +12,7 @@
 namespace {
 
 using Kind = BgTask::Kind;
-
-template <class Condition>
-bool wait_until(Condition condition) {
-    for (int i = 0; i < 2000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return condition();
-}
+using test_env::wait_until;
 
 bool logged(const std::string& text, Log::Level level = Log::Level::Info) {
     for (const Log::Entry& entry : Log::instance().recent())
