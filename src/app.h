@@ -21,12 +21,14 @@
 #include "dir_lister.h"
 #include "drives.h"
 #include "file_ops.h"
+#include "i18n.h"
 #include "logger.h"
 #include "pane.h"
 #include "pane_columns.h"
 #include "theme.h"
 
 #include <cstdint>
+#include <functional>
 #include <gtk/gtk.h>
 #include <map>
 #include <string>
@@ -81,6 +83,7 @@ class App {
         BookmarkItem,
         RecentItem,
         PermBit,
+        OwnerField,
     };
 
     struct HitRect {
@@ -221,7 +224,7 @@ class App {
     };
 
     // Where typed text goes.
-    enum class TextField { None, Path, Rename, Search, Input };
+    enum class TextField { None, Path, Rename, Search, Input, Owner };
 
     // One field among those of its kind: of a side, or of a dialogue.
     struct FieldFocus {
@@ -476,6 +479,10 @@ class App {
     void draw_resize_grip(double right_x, double bottom_y);
     void fill_list_ground(const Rect& list);
     void draw_list_thumb(const Rect& list, int total, int first);
+    // What wheel and keys move: the first row of a list, or how far down the settings are, in
+    // units. A line is what one press of a key moves it by.
+    int& overlay_scroll();
+    [[nodiscard]] int overlay_line() const;
     // One row from the right, the last button rightmost; y is its top, w the panel's width. The
     // order is that in which the buttons pick their letters, which replace those of an earlier row.
     void draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons);
@@ -498,9 +505,64 @@ class App {
     std::vector<FormatChip> pack_format_layout(double width);
     int pack_format_rows(double width);
 
+    // --- Settings (app_settings.cpp) ----------------------------------------------------------
+
+    struct SettingRow;
+    void draw_overlay_settings(double x, double y, double w, double h);
+    // The height of the rows that is beyond the view.
+    void scroll_settings(const Rect& view, double hidden);
+    // Where the control begins.
+    double draw_setting(const SettingRow& row, const Rect& line, double max_w);
+    void draw_setting_box(const Rect& box);
+    double draw_value_button(const std::string& text, double right, double y, double max_w,
+                             Action action);
+    double draw_language_button(const std::string& text, double right, double y);
+    double draw_stepper(const std::string& text, double max_w, double right, double y,
+                        const SettingRow& row);
+    double draw_switch(const SettingRow& row, bool on, double right, double y);
+    void draw_reset_button(double x, double y);
+
+    // --- Language and font pickers (app_lists.cpp) --------------------------------------------
+
+    void draw_overlay_language(double x, double y, double w, double h);
+    void draw_overlay_font(double x, double y, double w, double h);
+    // The rows in view of a list that something is picked from; `current` is marked, -1 for none.
+    // What draw_row paints in the colour given is the row's label.
+    void draw_picker(const Rect& panel, int total, int current,
+                     const std::function<std::string(int index, const Rect& row,
+                                                     const std::string& color)>& draw_row);
+    void draw_in_family(const std::string& family, const Rect& row, const std::string& color);
+    void open_language_picker();
+    void open_font_picker();
+    // The row of the list; one that there is none for changes nothing. Both close the dialogue.
+    void pick_language(int index);
+    void pick_font(int index);
+    // "auto", and then every language.
+    [[nodiscard]] static std::vector<LanguageInfo> language_choices();
+    // Every family that is installed, in the order of its name. Read once.
+    [[nodiscard]] static const std::vector<std::string>& font_families();
+
     // --- Properties (app_properties.cpp) ------------------------------------------------------
 
-    [[nodiscard]] int properties_rows() const;  // the facts that m_properties has to show
+    // A fact that m_properties has to show.
+    struct PropertyRow;
+    [[nodiscard]] int properties_rows() const;  // how many
+    void open_properties();
+    void read_properties(const FsEntry& entry, const std::string& dir);
+    void apply_properties();
+    void leave_properties();  // ends the counting
+    [[nodiscard]] std::vector<PropertyRow> property_rows() const;
+    [[nodiscard]] std::string property_size() const;
+    void draw_overlay_properties(double x, double y, double w, double h);
+    void draw_property_rows(const Rect& area);
+    void draw_owner_fields(double x, double centre, double w);
+    void draw_permissions(double x, double y, double w);
+    void draw_permission_bit(int bit, double x, double y);
+    void draw_recursive_box(double x, double y, double w);
+    void click_permission(int bit);
+    void click_owner_field(int which, double x);
+    void handle_owner_key(GdkEventKey* event);
+    void owner_insert(const std::string& text);
 
     // --- Which side (app_side_choice.cpp) -----------------------------------------------------
 
@@ -819,9 +881,23 @@ class App {
     std::string m_input_buffer;  // UTF-8
     size_t m_input_caret = 0;    // bytes; on a character boundary
     bool m_conflict_apply_all = false;
-    file_ops::Properties m_properties;
+    int m_settings_scroll = 0;  // logical units
+    int m_settings_max_scroll = 0;
     std::string m_pending_bookmark;  // the path that a bookmark's dialogue is about; empty: none
     std::string m_pending_unpack;    // the archive that is to be unpacked; empty: none
+
+    // --- Fields: properties (app_properties.cpp). Live while the dialogue is open. --------------
+
+    file_ops::Properties m_properties;
+    uint32_t m_perm_edit = 0;       // the low twelve mode bits, as edited
+    bool m_perm_recursive = false;  // everything inside as well
+    bool m_perm_editable = false;   // false for a link that leads nowhere
+    bool m_owner_editable = false;  // root's alone
+    std::string m_owner_text[2];    // user and group, as are the next three; UTF-8
+    size_t m_owner_caret[2] = {0, 0};
+    PaintedField m_owner_field[2];
+    int m_owner_focus = -1;             // 0 or 1: the one that has the keyboard
+    bool m_sizing_was_running = false;  // as the previous tick saw it
 
     // --- Fields: keyboard (app_keys.cpp) ------------------------------------------------------
 

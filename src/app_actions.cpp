@@ -277,6 +277,14 @@ void App::dispatch(Action action) {
         return close_overlay();
     case Action::SettingsArchiveFormat:
         return step_archive_format();
+    case Action::SettingsWindow:
+        open_overlay(Overlay::Settings, tr("dlg.settings_title"));
+        m_settings_scroll = 0;
+        return;
+    case Action::SettingsLanguageOpen:
+        return open_language_picker();
+    case Action::SettingsFontOpen:
+        return open_font_picker();
     // These carry an index and act where the click on a list is resolved.
     case Action::BookmarkGoto:
     case Action::RecentGoto:
@@ -296,7 +304,6 @@ void App::dispatch(Action action) {
     case Action::PackTargetLeft:
     case Action::PackTargetRight:
     case Action::About:
-    case Action::SettingsWindow:
     case Action::Licenses:
     case Action::SandboxInfo:
     case Action::SandboxCopyCommand:
@@ -306,8 +313,6 @@ void App::dispatch(Action action) {
     case Action::AboutContact:
     case Action::AboutBugMail:
     case Action::AboutDownloads:
-    case Action::SettingsLanguageOpen:
-    case Action::SettingsFontOpen:
     case Action::PermsToggleBit:
     case Action::PermsApply:
     case Action::HexFindNext:
@@ -766,15 +771,15 @@ void App::change_settings(Action action) {
 
 // "auto" and then the languages, round in either direction.
 void App::step_language(int step) {
-    std::vector<std::string> codes = {"auto"};
-    for (const auto& language : I18n::available())
-        codes.push_back(language.code);
+    const std::vector<LanguageInfo> choices = language_choices();
     SettingsStore& store = SettingsStore::instance();
     std::string& present = store.mutable_get().language;
-    const auto found = std::find(codes.begin(), codes.end(), present);
-    const auto position = static_cast<int>(found == codes.end() ? 0 : found - codes.begin());
-    const auto count = static_cast<int>(codes.size());
-    present = codes[static_cast<size_t>((position + step + count) % count)];
+    const auto found =
+        std::find_if(choices.begin(), choices.end(),
+                     [&present](const LanguageInfo& choice) { return choice.code == present; });
+    const auto position = static_cast<int>(found == choices.end() ? 0 : found - choices.begin());
+    const auto count = static_cast<int>(choices.size());
+    present = choices[static_cast<size_t>((position + step + count) % count)].code;
     I18n::instance().set_language(present);
     store.save();
 }
@@ -790,6 +795,8 @@ void App::reset_settings() {
     s.right_sort = old.right_sort;
     I18n::instance().set_language(s.language);
     I18n::instance().set_ui_font(s.font_family);
+    if (m_overlay == Overlay::Settings)  // in the language that has just gone
+        m_overlay_title = tr("dlg.settings_title");
     apply_theme();
     store.save();
     refresh_both();

@@ -136,6 +136,8 @@ void App::insert_text(TextField field, const std::string& text) {
         return search_insert(text);
     case TextField::Input:
         return input_insert(text);
+    case TextField::Owner:
+        return owner_insert(text);
     }
 }
 
@@ -349,4 +351,23 @@ void App::handle_input_key(GdkEventKey* event) {
 
 void App::input_insert(const std::string& text) {
     insert(m_input_buffer, m_input_caret, text);
+}
+
+// --- Owner and group in the properties ----------------------------------------------------------
+
+void App::handle_owner_key(GdkEventKey* event) {
+    std::string& text = m_owner_text[m_owner_focus];
+    if (edit_line(event->keyval, text, m_owner_caret[m_owner_focus]) != Edit::None)
+        return;
+    if (event->keyval == GDK_KEY_Tab || event->keyval == GDK_KEY_ISO_Left_Tab)
+        m_owner_focus = 1 - m_owner_focus;
+    else if (event->state & GDK_CONTROL_MASK && latin_key(*event) == GDK_KEY_v)
+        owner_insert(clipboard_line());
+    else
+        owner_insert(typed_text(*event));
+}
+
+void App::owner_insert(const std::string& text) {
+    if (m_owner_focus >= 0)  // the clipboard is asked in a main loop of its own
+        insert(m_owner_text[m_owner_focus], m_owner_caret[m_owner_focus], text);
 }

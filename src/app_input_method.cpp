@@ -166,6 +166,8 @@ void App::tell_surrounding() {
         return tell(m_search_buffer, m_search_caret);
     case TextField::Input:
         return tell(m_input_buffer, m_input_caret);
+    case TextField::Owner:
+        return tell(m_owner_text[m_composed_field.which], m_owner_caret[m_composed_field.which]);
     }
 }
 
@@ -203,6 +205,9 @@ bool App::delete_surrounding(int offset, int count) {
         break;
     case TextField::Input:
         erase(m_input_buffer, m_input_caret);
+        break;
+    case TextField::Owner:
+        erase(m_owner_text[m_composed_field.which], m_owner_caret[m_composed_field.which]);
         break;
     }
     request_redraw();

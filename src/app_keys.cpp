@@ -238,7 +238,7 @@ void App::scroll_overlay(guint key) {
     constexpr int kEnd = 1 << 30;  // the painter cuts it down to the last page
     const int page = std::max(m_overlay_page, 1);
     // Below 0 it is at the end, where the last page is.
-    const int from = m_list_scroll < 0 ? m_log_max_scroll : m_list_scroll;
+    const int from = overlay_scroll() < 0 ? m_log_max_scroll : overlay_scroll();
     int to = 0;
     switch (key) {
     case GDK_KEY_Home:
@@ -247,10 +247,10 @@ void App::scroll_overlay(guint key) {
         to = kEnd;
         break;
     case GDK_KEY_Up:
-        to = from - 1;
+        to = from - overlay_line();
         break;
     case GDK_KEY_Down:
-        to = from + 1;
+        to = from + overlay_line();
         break;
     case GDK_KEY_Page_Up:
         to = from - page;
@@ -261,5 +261,5 @@ void App::scroll_overlay(guint key) {
     default:
         return;
     }
-    m_list_scroll = std::max(to, 0);
+    overlay_scroll() = std::max(to, 0);
 }

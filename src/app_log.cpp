@@ -143,7 +143,7 @@ void App::draw_log_hthumb(const Rect& list) {
 
 void App::drag_log_scroll(double x, double y) {
     if (m_log_drag == 1 && m_log_track_h > 0)
-        m_list_scroll =
+        overlay_scroll() =
             static_cast<int>(m_log_max_scroll * fraction_of(y, m_log_track_y, m_log_track_h) + 0.5);
     else if (m_log_drag == 2 && m_log_track_w > 0)
         m_log_hscroll = m_log_max_h * fraction_of(x, m_log_track_x, m_log_track_w);

@@ -197,14 +197,17 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
         return draw_overlay_log(x, y, w, h);
     case Overlay::Bookmarks:
         return draw_overlay_bookmarks(x, y, w, h);
+    case Overlay::Settings:
+        return draw_overlay_settings(x, y, w, h);
+    case Overlay::LanguagePicker:
+        return draw_overlay_language(x, y, w, h);
+    case Overlay::FontPicker:
+        return draw_overlay_font(x, y, w, h);
     // Nothing opens these yet.
     case Overlay::None:
     case Overlay::About:
-    case Overlay::Settings:
     case Overlay::Pack:
     case Overlay::Properties:
-    case Overlay::LanguagePicker:
-    case Overlay::FontPicker:
     case Overlay::ArchiveView:
     case Overlay::HexView:
     case Overlay::Sandbox:
@@ -231,6 +234,14 @@ void App::draw_resize_grip(double right_x, double bottom_y) {
 // Darker, and lighter, than anything in the palette, as the ground of what is read line by line.
 void App::fill_list_ground(const Rect& list) {
     fill_rounded(list.x, list.y, list.w, list.h, 4, m_palette.dark ? "#101317" : "#FBFBFC", 1);
+}
+
+int& App::overlay_scroll() {
+    return m_overlay == Overlay::Settings ? m_settings_scroll : m_list_scroll;
+}
+
+int App::overlay_line() const {
+    return m_overlay == Overlay::Settings ? 36 : 1;
 }
 
 // At the right edge of a list of `total` rows, whose first row in view is `first`.

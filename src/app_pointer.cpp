@@ -195,6 +195,10 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::ListItem:
         if (m_overlay == Overlay::Bookmarks)
             click_bookmark(hit.param);
+        else if (m_overlay == Overlay::LanguagePicker)
+            pick_language(hit.param);
+        else if (m_overlay == Overlay::FontPicker)
+            pick_font(hit.param);
         return;
     case Hit::ProgressCancel:
         return cancel_work();
@@ -209,6 +213,7 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::HexFindField:
     case Hit::PackFormat:
     case Hit::PermBit:
+    case Hit::OwnerField:
         return;
     }
 }
@@ -419,8 +424,9 @@ void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, 
     const double turn = smooth ? std::clamp(delta_y, -1e6, 1e6) : wheel_direction(direction);
     if (scroll_menu(kWheelRows * turn))
         return;
-    const int rows = static_cast<int>(kWheelRows * turn);
     const bool in_list = m_overlay != Overlay::None && m_overlay_scrolls;
+    const bool in_settings = in_list && m_overlay == Overlay::Settings;
+    const int rows = static_cast<int>((in_settings ? overlay_line() : kWheelRows) * turn);
     const bool sideways = state & GDK_SHIFT_MASK;
     if (in_list && m_overlay == Overlay::LogView && sideways) {
         const int units = static_cast<int>(kWheelUnits * turn);
@@ -432,8 +438,8 @@ void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, 
     request_redraw();
     if (in_list) {
         // Below 0 it is at the end, where the last page is.
-        const int from = m_list_scroll < 0 ? m_log_max_scroll : m_list_scroll;
-        m_list_scroll = std::max(0, from + rows);
+        const int from = overlay_scroll() < 0 ? m_log_max_scroll : overlay_scroll();
+        overlay_scroll() = std::max(0, from + rows);
         return;
     }
     // A slow touchpad still moves the list.

@@ -137,9 +137,10 @@ constexpr HitName kHitNames[] = {
     {App::Hit::BookmarkItem, "BookmarkItem"},
     {App::Hit::RecentItem, "RecentItem"},
     {App::Hit::PermBit, "PermBit"},
+    {App::Hit::OwnerField, "OwnerField"},
 };
 
-static_assert(std::size(kHitNames) == static_cast<size_t>(App::Hit::PermBit) + 1);
+static_assert(std::size(kHitNames) == static_cast<size_t>(App::Hit::OwnerField) + 1);
 
 }  // namespace
 

@@ -59,6 +59,31 @@ class PanePaint : public AppTest {
             std::max({std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b)}) * 255;
         EXPECT_LT(off, 3) << what << ": " << color << " is not " << wanted;
     }
+    static double difference(const std::string& a, const std::string& b) {
+        Rgb first;
+        Rgb second;
+        EXPECT_TRUE(hex_to_rgb(a, first) && hex_to_rgb(b, second)) << a << b;
+        return std::max({std::abs(first.r - second.r), std::abs(first.g - second.g),
+                         std::abs(first.b - second.b)}) *
+               255;
+    }
+    // The upper left corner of a rounded rectangle: on the diagonal the arc begins at 0.29 of the
+    // radius.
+    void expect_corner(double x, double y, double radius, const char* what) {
+        const double inside = 0.293 * radius * 2;
+        const int first = static_cast<int>(inside);
+        const int px = static_cast<int>(2 * x);
+        const int py = static_cast<int>(2 * y);
+        const std::string ground = pixel(px, py);
+        const double contrast = difference(pixel(px + 40, py + 1), ground);
+        EXPECT_GT(contrast, 5) << what;
+        const auto share = [&](int step) {
+            return difference(pixel(px + step, py + step), ground) / contrast;
+        };
+        EXPECT_LT(share(first - 1), 0.02) << what;
+        EXPECT_GT(share(first), 0.01) << what;
+        EXPECT_GT(share(first + 1), 0.8) << what;
+    }
     std::vector<App::HitRect> all(App::Hit what, int side) const {
         std::vector<App::HitRect> found;
         for (const App::HitRect& rect : const_cast<PanePaint*>(this)->app().m_hits)

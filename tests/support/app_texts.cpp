@@ -1,5 +1,6 @@
 #include "app_texts.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <dlfcn.h>
@@ -8,6 +9,7 @@
 namespace {
 
 std::vector<test_env::PaintedText> g_painted;
+double g_stretch = 1;
 
 std::string source_color(cairo_t* cr, double& alpha) {
     double r = 0, g = 0, b = 0;
@@ -19,9 +21,27 @@ std::string source_color(cairo_t* cr, double& alpha) {
     return text;
 }
 
+// The text and then its own beginning again, so that the letters are as wide as they were.
+std::string stretched(const std::string& text) {
+    const long characters = g_utf8_strlen(text.c_str(), -1);
+    const auto more = std::lround(static_cast<double>(characters) * (g_stretch - 1) + 0.49);
+    const char* const end = g_utf8_offset_to_pointer(text.c_str(), std::min(more, characters));
+    return text + std::string(text.c_str(), end);
+}
+
 }  // namespace
 
-// Stands in front of the library's own, which does the work.
+// These stand in front of the libraries' own, which do the work.
+extern "C" void pango_layout_set_text(PangoLayout* layout, const char* text, int length) {
+    using Set = void (*)(PangoLayout*, const char*, int);
+    static const auto set = reinterpret_cast<Set>(dlsym(RTLD_NEXT, "pango_layout_set_text"));
+    if (g_stretch == 1)
+        return set(layout, text, length);
+    const std::string longer =
+        stretched(length < 0 ? std::string(text) : std::string(text, static_cast<size_t>(length)));
+    set(layout, longer.c_str(), -1);
+}
+
 extern "C" void pango_cairo_show_layout(cairo_t* cr, PangoLayout* layout) {
     using Show = void (*)(cairo_t*, PangoLayout*);
     static const auto show = reinterpret_cast<Show>(dlsym(RTLD_NEXT, "pango_cairo_show_layout"));
@@ -37,6 +57,9 @@ extern "C" void pango_cairo_show_layout(cairo_t* cr, PangoLayout* layout) {
     const PangoFontDescription* font = pango_layout_get_font_description(layout);
     painted.size = pango_font_description_get_size(font) / static_cast<double>(PANGO_SCALE);
     painted.color = source_color(cr, painted.alpha);
+    if (const char* family = pango_font_description_get_family(font))
+        painted.family = family;
+    painted.cut = pango_layout_is_ellipsized(layout);
     g_painted.push_back(painted);
     show(cr, layout);
 }
@@ -49,6 +72,10 @@ const std::vector<PaintedText>& painted_texts() {
 
 void forget_painted() {
     g_painted.clear();
+}
+
+void stretch_texts(double factor) {
+    g_stretch = factor;
 }
 
 const PaintedText* painted_text(const std::string& text) {

@@ -16,6 +16,8 @@ struct PaintedText {
     double size = 0;    // logical units
     std::string color;  // "#RRGGBB"
     double alpha = 0;
+    std::string family;
+    bool cut = false;  // does not fit and is shown in part
 };
 
 // Those shown since forget_painted(), in painting order.
@@ -23,5 +25,9 @@ const std::vector<PaintedText>& painted_texts();
 void forget_painted();
 // The last one with this text, or null.
 const PaintedText* painted_text(const std::string& text);
+
+// Makes every text that is laid out from now on that much longer: 1.4 for a language that needs
+// 40 % more room than English. 1 ends it.
+void stretch_texts(double factor);
 
 }  // namespace test_env
