@@ -896,8 +896,7 @@ class App {
     std::string m_owner_text[2];    // user and group, as are the next three; UTF-8
     size_t m_owner_caret[2] = {0, 0};
     PaintedField m_owner_field[2];
-    int m_owner_focus = -1;             // 0 or 1: the one that has the keyboard
-    bool m_sizing_was_running = false;  // as the previous tick saw it
+    int m_owner_focus = -1;  // 0 or 1: the one that has the keyboard
 
     // --- Fields: keyboard (app_keys.cpp) ------------------------------------------------------
 
