@@ -3,6 +3,7 @@
 #include "app_fixture.h"
 
 #include "as_user.h"
+#include "fresh_process.h"
 #include "settings.h"
 
 #include <gdk/gdkkeysyms.h>
@@ -138,6 +139,7 @@ TEST_F(AppFields, what_leads_nowhere_stays_open_with_its_reason) {
 }
 
 TEST_F(AppFields, a_folder_without_access_is_rejected_with_its_reason) {
+    REQUIRE_FRESH_PROCESS();
     make_dirs(left() + "/closed");
     ASSERT_EQ(chmod((left() + "/closed").c_str(), 0), 0);
     as_user::give(left());

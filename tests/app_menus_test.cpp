@@ -1030,13 +1030,14 @@ TEST_F(AppMenus, a_slow_tool_keeps_no_frame_waiting) {
     EXPECT_NE(labels().find(tr("action.pack")), std::string::npos);
     EXPECT_EQ(count_hits(Hit::BridgePack), 1U);
     write_file(flag, "");
+    // The answer may come between two bands of one frame.
     EXPECT_TRUE(pump_until([&] {
         frame();
-        return labels().find(tr("action.pack")) == std::string::npos;
+        return labels().find(tr("action.pack")) == std::string::npos &&
+               count_hits(Hit::BridgePack) == 0;
     }));
     EXPECT_EQ(app().m_open_menu, File);
     EXPECT_EQ(count_hits(Hit::MenuItem), 11U);
-    EXPECT_EQ(count_hits(Hit::BridgePack), 0U);
 }
 
 // --- For human eyes ---------------------------------------------------------------------------
