@@ -115,7 +115,7 @@ gboolean on_button_release_cb(GtkWidget*, GdkEventButton*, gpointer data) {
 
 gboolean on_motion_cb(GtkWidget*, GdkEventMotion* event, gpointer data) {
     App& app = app_of(data);
-    app.handle_motion(event->x / app.m_ui_scale, event->y / app.m_ui_scale);
+    app.handle_motion(event->x / app.m_ui_scale, event->y / app.m_ui_scale, event);
     return TRUE;
 }
 
@@ -391,6 +391,7 @@ void App::build_window() {
     connect(m_window, "configure-event", G_CALLBACK(on_configure_cb));
     connect(m_window, "delete-event", G_CALLBACK(on_delete_cb));
     connect(m_window, "destroy", G_CALLBACK(on_destroy_cb));
+    accept_drops();
     m_tick_id = g_timeout_add(kTickMs, on_tick_cb, this);
     gtk_widget_show_all(m_window);
     use_input_method(gtk_im_multicontext_new());

@@ -360,6 +360,8 @@ class App {
     void clip_hits(size_t first, double x, double y, double w, double h);
     // The place in a text of a field, in bytes, that is nearest to x. Outside a frame.
     [[nodiscard]] size_t caret_at(const std::string& text, const PaintedField& field, double x);
+    // Paints outside a frame, or beside it, on another context. The caller's scale holds there.
+    void paint_on(cairo_t* cr, const std::function<void()>& paint);
     // The topmost rectangle, or null. Valid until the next frame.
     [[nodiscard]] const HitRect* hit_test(double x, double y) const;
     // The rectangle under the pointer, or null. Painters get the one of the frame before, since
@@ -748,7 +750,7 @@ class App {
     // The row of the press that is pending, or -1 for none.
     [[nodiscard]] int pressed_row() const;
     void handle_release();
-    void handle_motion(double x, double y);
+    void handle_motion(double x, double y, GdkEventMotion* event = nullptr);
     void hover_over(const HitRect* hit);
     void light(const HitRect* hit);      // null: nothing is under the pointer
     void light_again();                  // after a frame
@@ -768,6 +770,27 @@ class App {
     void drag_pane_hscroll(double x);
     void drag_pane_vscroll(double y);
     void drag_overlay_grip(double x, double y);
+
+    // --- Files dragged from a pane and dropped on one (app_dnd.cpp) ----------------------------
+
+    void accept_drops();  // once the canvas is there
+    // False: no row is being pulled from its place. The event's place is in surface pixels.
+    bool pull_rows(GdkEventMotion* event);
+    void begin_pane_drag(GdkEventMotion* event);
+    void show_drag_icon(GdkDragContext* context);
+    // Owned by the caller; its device scale is the window's.
+    cairo_surface_t* make_drag_icon();
+    [[nodiscard]] std::vector<std::string> dragged_uris() const;
+    void end_pane_drag();
+    // What lies below a point, as a drop there means it. The row is that of a folder, or -1.
+    struct DropPlace;
+    [[nodiscard]] DropPlace drop_place(double x, double y) const;
+    void drag_over(double x, double y);
+    void drag_over_again();  // after a frame
+    void drag_left();
+    // False: nothing that could be taken. True does not mean that a transfer runs.
+    bool drop_uris(const std::vector<std::string>& uris, double x, double y, bool move);
+    void refuse_drop();
 
     // --- Self-test (app_selftest.cpp) ---------------------------------------------------------
 
@@ -970,8 +993,15 @@ class App {
     bool m_dragging_scroll = false;  // a vertical thumb
     bool m_drag_scroll_right = false;
     double m_drag_scroll_offset = 0;  // from the thumb's way down its track to the pointer
-    bool m_drag_active = false;       // files are dragged over the window
-    bool m_drag_inside = false;       // over a pane of it
+
+    // --- Fields: drag and drop of files (app_dnd.cpp) -----------------------------------------
+
+    bool m_drag_active = false;  // files are dragged over the window
+    bool m_drag_inside = false;  // over a pane of it
     bool m_drag_target_right = false;
     int m_drag_row = -1;  // the folder's row under them
+    double m_drag_x = 0;  // where they are
+    double m_drag_y = 0;
+    bool m_drag_from_pane = false;          // the drag began here; until its end
+    std::vector<std::string> m_drag_paths;  // what it carries
 };

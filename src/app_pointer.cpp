@@ -1,6 +1,6 @@
 // The pointer: a click is resolved against the rectangles of the last frame, topmost first, after
 // the gates that keep a busy program, and an open dialogue, to themselves. What is held and pulled
-// is in app_drag.cpp.
+// is in app_drag.cpp, what is dragged and dropped in app_dnd.cpp.
 
 #include "app.h"
 
@@ -363,10 +363,10 @@ void App::handle_release() {
 
 // --- Hover ------------------------------------------------------------------------------------
 
-void App::handle_motion(double x, double y) {
+void App::handle_motion(double x, double y, GdkEventMotion* event) {
     m_mouse_x = x;
     m_mouse_y = y;
-    if (!drag_to(x, y))
+    if (!drag_to(x, y) && !(event && pull_rows(event)))
         hover_over(hit_test(x, y));
 }
 

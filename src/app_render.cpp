@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 namespace {
 
@@ -166,6 +167,7 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
     m_cr = nullptr;
     place_input_method();
     light_again();
+    drag_over_again();
     log_dialog_options();
 }
 
@@ -426,6 +428,13 @@ size_t App::caret_at(const std::string& text, const PaintedField& field, double 
     for (; after > 0; --after)
         caret = su::next_character(text, caret);
     return caret;
+}
+
+void App::paint_on(cairo_t* cr, const std::function<void()>& paint) {
+    cairo_t* const before = std::exchange(m_cr, cr);
+    paint();
+    drop_shared_layout();
+    m_cr = before;
 }
 
 const App::HitRect* App::hit_test(double x, double y) const {

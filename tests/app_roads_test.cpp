@@ -1,8 +1,7 @@
 // The roads of a user, with the built program: unattended runs, keys under a window manager, and
 // every way in which a run can be broken off.
 
-#include "app_display.h"
-#include "app_program.h"
+#include "app_roads.h"
 #include "faultfs.h"
 #include "test_env.h"
 
@@ -34,21 +33,6 @@ using test_env::run;
 using test_env::TempDir;
 using test_env::write_file;
 
-void sleep_ms(int ms) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
-template <class Condition>
-bool wait_until(double seconds, Condition condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until)
-            return false;
-        sleep_ms(5);
-    }
-    return true;
-}
-
 // Until the program has put its signal handlers in place, a signal simply ends it.
 bool wait_ready(const Program& program) {
     return wait_until(30, [&program] {
@@ -60,21 +44,8 @@ bool wait_ready(const Program& program) {
     });
 }
 
-class Roads : public ::testing::Test {
+class Roads : public ProgramRoads {
   protected:
-    void SetUp() override {
-        if (!test_env::ensure_display())
-            GTEST_SKIP() << "no X server, and Xvfb cannot be started";
-    }
-    std::vector<std::string> sides(const std::string& actions = {}) {
-        std::vector<std::string> words = {"--left=" + m_left.path(), "--right=" + m_right.path()};
-        if (!actions.empty())
-            words.push_back("--action=" + actions);
-        return words;
-    }
-    std::string l(const std::string& name) { return m_left / name; }
-    std::string r(const std::string& name) { return m_right / name; }
-
     // A small tree with what a tree can hold, with its own modes and times.
     void make_tree() {
         make_dirs(l("folder/deep"));
@@ -108,10 +79,6 @@ class Roads : public ::testing::Test {
         }
         EXPECT_EQ(std::filesystem::read_symlink(dir + "/link"), "folder/deep");
     }
-
-    TempDir m_left;
-    TempDir m_right;
-    Program m_program;
 };
 
 // --- Unattended -------------------------------------------------------------------------------
@@ -390,49 +357,6 @@ TEST_F(Roads, a_worker_stuck_in_the_kernel_does_not_keep_the_window) {
 
 // --- With keys, under a window manager --------------------------------------------------------
 
-class KeyRoads : public Roads {
-  protected:
-    void SetUp() override {
-        std::string ignored;
-        if (run("command -v xdotool && command -v openbox", &ignored) != 0)
-            GTEST_SKIP() << "xdotool or openbox is not installed";
-        m_server = std::make_unique<test_env::XServer>(true);
-        if (m_server->display().empty())
-            GTEST_SKIP() << "Xvfb cannot be started";
-        setenv("DISPLAY", m_server->display().c_str(), 1);
-    }
-    // Starts the program and waits until its window has the keyboard.
-    void open() {
-        ASSERT_TRUE(m_server->wait_for_window_manager());
-        m_program.start(sides());
-        ASSERT_TRUE(wait_until(30,
-                               [] {
-                                   std::string found;
-                                   std::string active;
-                                   run("xdotool search --onlyvisible --name '^Ferrodeck$'", &found);
-                                   run("xdotool getactivewindow", &active);
-                                   return !found.empty() && found == active;
-                               }))
-            << "no active window; the program's state: " << m_program.wait(0);
-        sleep_ms(300);
-    }
-    void keys(const std::string& names) {
-        std::string out;
-        ASSERT_EQ(run("xdotool key --delay 40 " + names, &out), 0) << out;
-    }
-    // The end of the transfer, as the log tells it.
-    bool wait_line(const std::string& prefix) {
-        return wait_until(30, [&] {
-            for (const std::string& line : m_program.log())
-                if (line.compare(0, prefix.size(), prefix) == 0)
-                    return true;
-            return false;
-        });
-    }
-
-    std::unique_ptr<test_env::XServer> m_server;
-};
-
 TEST_F(KeyRoads, marked_with_shift_and_space_and_copied_with_f5) {
     for (const char* name : {"a", "b", "c"})
         write_file(l(name), name);
@@ -579,65 +503,6 @@ TEST_F(KeyRoads, escape_cancels_and_the_program_stays) {
 }
 
 // --- With the pointer -------------------------------------------------------------------------
-
-// Places are in the window of 1100 by 720 that it opens with, of which the sides take 508 each.
-class PointerRoads : public KeyRoads {
-  protected:
-    static constexpr int kHeadY = 94 + 28 + 34 + 26 + 13;
-    static constexpr int kPathY = 94 + 28 + 34 + 13;
-    static constexpr int kThumbX = 502;
-
-    static int row_y(int row) { return 208 + 24 * row + 12; }
-    void open() {
-        KeyRoads::open();
-        std::string id;
-        run("xdotool getactivewindow", &id);
-        m_window = id.substr(0, id.find('\n'));
-    }
-    void xdotool(const std::string& words) {
-        std::string out;
-        ASSERT_EQ(run("xdotool " + words, &out), 0) << out;
-    }
-    void go(int x, int y) {
-        xdotool("mousemove --window " + m_window + " " + std::to_string(x) + " " +
-                std::to_string(y));
-        sleep_ms(60);
-    }
-    void click(int x, int y, const std::string& options = {}) {
-        go(x, y);
-        xdotool("click " + options + " 1");
-        sleep_ms(150);
-    }
-    void pull(int x, int y, int to_x, int to_y) {
-        go(x, y);
-        xdotool("mousedown 1");
-        for (int i = 1; i <= 4; ++i)
-            go(x + (to_x - x) * i / 4, y + (to_y - y) * i / 4);
-        xdotool("mouseup 1");
-        sleep_ms(150);
-    }
-    // A hundred files; the row of file i is i + 1.
-    void make_files() {
-        for (int i = 0; i < 100; ++i)
-            write_file(l("f" + std::to_string(100 + i)), "x");
-    }
-    // F5 takes what is marked, and tells by it where the clicks have gone. The line with its result
-    // moves all rows down.
-    void copy_marked(const std::string& expected) {
-        keys("F5");
-        EXPECT_TRUE(wait_until(20, [&] { return exists(r(expected)); })) << expected;
-    }
-    void quit() {
-        keys("ctrl+q");
-        EXPECT_EQ(m_program.wait(15), 0);
-    }
-    bool stored(const std::string& line) {
-        const std::string text = read_file(m_program.settings_path());
-        return text.find(line) != std::string::npos;
-    }
-
-    std::string m_window;
-};
 
 TEST_F(PointerRoads, rows_are_marked_and_a_double_click_enters) {
     make_dirs(l("a folder/inner"));
