@@ -61,12 +61,12 @@ std::string rename_by_detour(const std::string& path, const std::string& target)
     }
     if (!error.empty())
         return error;
-    error = fsops::rename_no_replace(detour, target);
-    if (error.empty())
+    if (fsops::rename_no_replace(detour, target).empty())
         return {};
+    const int code = fsops::last_error_code();
     // Should there be no way back either, this tells where the entry is now.
-    const std::string lost = fsops::rename_no_replace(detour, path);
-    return lost.empty() ? error : lost;
+    error = fsops::rename_no_replace(detour, path);
+    return error.empty() ? fsops::err_from(path, code) : error;
 }
 
 }  // namespace

@@ -396,11 +396,11 @@ class Remove {
     // Removes the next entry, goes into the next subfolder, or leaves and removes the current
     // folder. False when the walk ends early.
     bool step() {
+        if (m_keep_going && !m_keep_going())
+            return false;
         std::vector<std::string>& names = m_stack.names();
         if (names.empty())
             return leave();
-        if (m_keep_going && !m_keep_going())
-            return false;
         const std::string name = std::move(names.back());
         names.pop_back();
         const int fd = m_stack.fd();

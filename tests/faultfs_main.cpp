@@ -234,15 +234,26 @@ std::string Inodes::name_of(Inode* inode) {
 Inodes g_inodes;
 bool g_unknown_types = false;
 bool g_fold_case = false;
+bool g_keep_case = false;
 
-// A name as the backing folder has it: as given, or in small letters where case makes no
-// difference.
-std::string folded(const char* name) {
+// A name as the backing folder has it: as given, or where case makes no difference in small letters
+// or as the entry that is there was named.
+std::string folded(fuse_ino_t parent, const char* name) {
     std::string text = name;
-    if (g_fold_case) {
+    if (!g_fold_case)
+        return text;
+    if (!g_keep_case) {
         for (char& c : text)
             c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        return text;
     }
+    const int fd = openat(inode_of(parent)->fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* const folder = fd >= 0 ? fdopendir(fd) : nullptr;
+    while (const struct dirent* entry = folder ? readdir(folder) : nullptr)
+        if (strcasecmp(entry->d_name, name) == 0)
+            text = entry->d_name;
+    if (folder)
+        closedir(folder);
     return text;
 }
 
@@ -324,7 +335,7 @@ void op_init(void*, struct fuse_conn_info* conn) {
 }
 
 void op_lookup(fuse_req_t req, fuse_ino_t parent, const char* given) {
-    const std::string folded_name = folded(given);
+    const std::string folded_name = folded(parent, given);
     const char* const name = folded_name.c_str();
     if (!refused(req, "lookup", name))
         reply_entry(req, parent, name);
@@ -355,7 +366,7 @@ void op_readlink(fuse_req_t req, fuse_ino_t ino) {
 }
 
 void op_mknod(fuse_req_t req, fuse_ino_t parent, const char* given, mode_t mode, dev_t device) {
-    const std::string folded_name = folded(given);
+    const std::string folded_name = folded(parent, given);
     const char* const name = folded_name.c_str();
     if (refused(req, "mknod", name))
         return;
@@ -368,7 +379,7 @@ void op_mknod(fuse_req_t req, fuse_ino_t parent, const char* given, mode_t mode,
 }
 
 void op_mkdir(fuse_req_t req, fuse_ino_t parent, const char* given, mode_t mode) {
-    const std::string folded_name = folded(given);
+    const std::string folded_name = folded(parent, given);
     const char* const name = folded_name.c_str();
     if (refused(req, "mkdir", name))
         return;
@@ -381,7 +392,7 @@ void op_mkdir(fuse_req_t req, fuse_ino_t parent, const char* given, mode_t mode)
 }
 
 void op_symlink(fuse_req_t req, const char* text, fuse_ino_t parent, const char* given) {
-    const std::string folded_name = folded(given);
+    const std::string folded_name = folded(parent, given);
     const char* const name = folded_name.c_str();
     if (refused(req, "symlink", name))
         return;
@@ -394,7 +405,7 @@ void op_symlink(fuse_req_t req, const char* text, fuse_ino_t parent, const char*
 }
 
 void op_link(fuse_req_t req, fuse_ino_t ino, fuse_ino_t parent, const char* given) {
-    const std::string folded_name = folded(given);
+    const std::string folded_name = folded(parent, given);
     const char* const name = folded_name.c_str();
     if (refused(req, "link", name))
         return;
@@ -405,14 +416,14 @@ void op_link(fuse_req_t req, fuse_ino_t ino, fuse_ino_t parent, const char* give
 }
 
 void op_unlink(fuse_req_t req, fuse_ino_t parent, const char* given) {
-    const std::string folded_name = folded(given);
+    const std::string folded_name = folded(parent, given);
     const char* const name = folded_name.c_str();
     if (!refused(req, "unlink", name))
         reply_result(req, unlinkat(inode_of(parent)->fd, name, 0));
 }
 
 void op_rmdir(fuse_req_t req, fuse_ino_t parent, const char* given) {
-    const std::string folded_name = folded(given);
+    const std::string folded_name = folded(parent, given);
     const char* const name = folded_name.c_str();
     if (!refused(req, "rmdir", name))
         reply_result(req, unlinkat(inode_of(parent)->fd, name, AT_REMOVEDIR));
@@ -420,8 +431,8 @@ void op_rmdir(fuse_req_t req, fuse_ino_t parent, const char* given) {
 
 void op_rename(fuse_req_t req, fuse_ino_t parent, const char* given, fuse_ino_t to_parent,
                const char* given_to, unsigned flags) {
-    const std::string from = folded(given);
-    const std::string to = folded(given_to);
+    const std::string from = folded(parent, given);
+    const std::string to = folded(to_parent, given_to);
     if (!refused(req, "rename", from))
         reply_result(req, renameat2(inode_of(parent)->fd, from.c_str(), inode_of(to_parent)->fd,
                                     to.c_str(), flags));
@@ -532,7 +543,7 @@ void op_open(fuse_req_t req, fuse_ino_t ino, struct fuse_file_info* info) {
 
 void op_create(fuse_req_t req, fuse_ino_t parent, const char* given, mode_t mode,
                struct fuse_file_info* info) {
-    const std::string folded_name = folded(given);
+    const std::string folded_name = folded(parent, given);
     const char* const name = folded_name.c_str();
     if (refused(req, "create", name))
         return;
@@ -776,6 +787,7 @@ int main(int argc, char** argv) {
         return 2;
     g_root.name = "/";
     g_unknown_types = std::strcmp(argv[5], "1") == 0;
-    g_fold_case = std::strcmp(argv[6], "1") == 0;
+    g_fold_case = std::strcmp(argv[6], "0") != 0;
+    g_keep_case = std::strcmp(argv[6], "2") == 0;
     return serve(argv[2], std::atoi(argv[3]), argv[4]);
 }

@@ -224,6 +224,17 @@ TEST(faultfs, can_take_two_cases_for_one_name) {
     EXPECT_EQ(tree::snapshot(fs.path()).begin()->first, "name");
 }
 
+TEST(faultfs, can_keep_the_case_that_it_does_not_tell_apart) {
+    faultfs::Options options;
+    options.keep_case = true;
+    const FaultFs fs(options);
+    REQUIRE_MOUNT(fs);
+    test_env::write_file(fs / "Name", "content");
+    EXPECT_EQ(test_env::read_file(fs / "nAME"), "content");
+    EXPECT_EQ(open_error(fs / "NAME", O_WRONLY | O_CREAT | O_EXCL), EEXIST);
+    EXPECT_EQ(tree::snapshot(fs.path()).begin()->first, "Name");
+}
+
 TEST(faultfs, a_stalled_call_goes_on_when_told) {
     FaultFs fs;
     REQUIRE_MOUNT(fs);

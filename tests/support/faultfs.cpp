@@ -66,7 +66,9 @@ void FaultFs::start(const Options& options) {
                                      socket_number.c_str(),
                                      options.subtype.c_str(),
                                      options.unknown_types ? "1" : "0",
-                                     options.fold_case ? "1" : "0",
+                                     options.keep_case   ? "2"
+                                     : options.fold_case ? "1"
+                                                         : "0",
                                      nullptr};
     m_pid = fork();
     if (m_pid == 0) {

@@ -39,6 +39,7 @@ struct Options {
     std::string subtype = "faultfs";  // empty: the mount's type is plain "fuse"
     bool unknown_types = false;       // readdir tells no entry's kind
     bool fold_case = false;           // A and a are one name, kept as a
+    bool keep_case = false;           // A and a are one name, kept as it was given
     std::string backing;              // empty: a folder of its own
 };
 
