@@ -551,12 +551,12 @@ class App {
     [[nodiscard]] int properties_rows() const;  // how many
     void open_properties();
     void read_properties(const FsEntry& entry, const std::string& dir);
-    void apply_properties();
-    void leave_properties();  // ends the counting
+    void apply_properties();  // without the dialogue: nothing
     [[nodiscard]] std::vector<PropertyRow> property_rows() const;
     [[nodiscard]] std::string property_size() const;
     void draw_overlay_properties(double x, double y, double w, double h);
     void draw_property_rows(const Rect& area);
+    void draw_counting_dot(double x, double y);
     void draw_owner_fields(double x, double centre, double w);
     void draw_permissions(double x, double y, double w);
     void draw_permission_bit(int bit, double x, double y);

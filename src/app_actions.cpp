@@ -277,6 +277,13 @@ void App::dispatch(Action action) {
         return close_overlay();
     case Action::SettingsArchiveFormat:
         return step_archive_format();
+    case Action::Properties:
+        return open_properties();
+    case Action::PermsToggleBit:
+        m_perm_recursive = !m_perm_recursive;
+        return;
+    case Action::PermsApply:
+        return apply_properties();
     case Action::SettingsWindow:
         open_overlay(Overlay::Settings, tr("dlg.settings_title"));
         m_settings_scroll = 0;
@@ -295,7 +302,6 @@ void App::dispatch(Action action) {
     // What stands behind these is not built yet.
     case Action::Pack:
     case Action::Unpack:
-    case Action::Properties:
     case Action::PackToOther:
     case Action::ViewArchive:
     case Action::ViewHex:
@@ -313,8 +319,6 @@ void App::dispatch(Action action) {
     case Action::AboutContact:
     case Action::AboutBugMail:
     case Action::AboutDownloads:
-    case Action::PermsToggleBit:
-    case Action::PermsApply:
     case Action::HexFindNext:
     case Action::HexFindMode:
     case Action::HexSave:

@@ -99,8 +99,10 @@ std::string meant_path(const std::string& typed, const std::string& shown) {
 
 App::FieldFocus App::focused_field() const {
     if (m_overlay != Overlay::None)
-        return takes_text(m_overlay) ? FieldFocus{TextField::Input, static_cast<int>(m_overlay)}
-                                     : FieldFocus{};
+        return m_overlay == Overlay::Properties && m_owner_editable && m_owner_focus >= 0
+                   ? FieldFocus{TextField::Owner, m_owner_focus}
+               : takes_text(m_overlay) ? FieldFocus{TextField::Input, static_cast<int>(m_overlay)}
+                                       : FieldFocus{};
     if (m_path_edit >= 0)
         return {TextField::Path, m_path_edit};
     if (active_pane().renaming())
@@ -356,12 +358,14 @@ void App::input_insert(const std::string& text) {
 // --- Owner and group in the properties ----------------------------------------------------------
 
 void App::handle_owner_key(GdkEventKey* event) {
+    if (event->keyval == GDK_KEY_Tab || event->keyval == GDK_KEY_ISO_Left_Tab) {
+        m_owner_focus = m_owner_focus == 0 ? 1 : 0;
+        return;
+    }
     std::string& text = m_owner_text[m_owner_focus];
     if (edit_line(event->keyval, text, m_owner_caret[m_owner_focus]) != Edit::None)
         return;
-    if (event->keyval == GDK_KEY_Tab || event->keyval == GDK_KEY_ISO_Left_Tab)
-        m_owner_focus = 1 - m_owner_focus;
-    else if (event->state & GDK_CONTROL_MASK && latin_key(*event) == GDK_KEY_v)
+    if (event->state & GDK_CONTROL_MASK && latin_key(*event) == GDK_KEY_v)
         owner_insert(clipboard_line());
     else
         owner_insert(typed_text(*event));

@@ -226,7 +226,10 @@ bool App::handle_overlay_key(GdkEventKey* event) {
             return true;
         }
     }
-    if (m_overlay_scrolls)
+    const bool tab = event->keyval == GDK_KEY_Tab || event->keyval == GDK_KEY_ISO_Left_Tab;
+    if (m_overlay == Overlay::Properties && m_owner_editable && (m_owner_focus >= 0 || tab))
+        handle_owner_key(event);
+    else if (m_overlay_scrolls)
         scroll_overlay(event->keyval);
     else if (takes_text(m_overlay))
         handle_input_key(event);

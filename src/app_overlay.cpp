@@ -199,6 +199,8 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
         return draw_overlay_bookmarks(x, y, w, h);
     case Overlay::Settings:
         return draw_overlay_settings(x, y, w, h);
+    case Overlay::Properties:
+        return draw_overlay_properties(x, y, w, h);
     case Overlay::LanguagePicker:
         return draw_overlay_language(x, y, w, h);
     case Overlay::FontPicker:
@@ -207,7 +209,6 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
     case Overlay::None:
     case Overlay::About:
     case Overlay::Pack:
-    case Overlay::Properties:
     case Overlay::ArchiveView:
     case Overlay::HexView:
     case Overlay::Sandbox:

@@ -200,6 +200,10 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
         else if (m_overlay == Overlay::FontPicker)
             pick_font(hit.param);
         return;
+    case Hit::PermBit:
+        return click_permission(hit.param);
+    case Hit::OwnerField:
+        return click_owner_field(hit.param, x);
     case Hit::ProgressCancel:
         return cancel_work();
     case Hit::ErrorBanner:
@@ -212,8 +216,6 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::HexByte:
     case Hit::HexFindField:
     case Hit::PackFormat:
-    case Hit::PermBit:
-    case Hit::OwnerField:
         return;
     }
 }

@@ -146,6 +146,10 @@ std::string date_time(int64_t t) {
     return date_time(t, I18n::instance().date_format());
 }
 
+std::string date_time_seconds(int64_t t) {
+    return local_time(t, (std::string(I18n::instance().date_format()) + " %H:%M:%S").c_str());
+}
+
 std::string date_time(int64_t t, const char* date_format) {
     return local_time(t, (std::string(date_format) + " %H:%M").c_str());
 }

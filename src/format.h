@@ -31,7 +31,9 @@ namespace fmt {
 // The same with hours and minutes behind it. 0 is a time like any other here: whether it stands for
 // "unknown", and what shows then, is the caller's matter.
 [[nodiscard]] std::string date_time(int64_t t);
-// The same in a date format that the caller has looked up.
+// The same with seconds as well.
+[[nodiscard]] std::string date_time_seconds(int64_t t);
+// Like date_time(), in a date format that the caller has looked up.
 [[nodiscard]] std::string date_time(int64_t t, const char* date_format);
 
 // The nearest int: what a "%d" of a translated text may be given.
