@@ -538,7 +538,7 @@ void App::go_to_path(const std::string& path) {
 }
 
 void App::ask_delete() {
-    if (active_pane().selected_paths().empty())
+    if (!active_pane().has_selection())
         return show_nothing();
     if (refuse_shown_folder())
         return;
@@ -548,13 +548,19 @@ void App::ask_delete() {
     perform(settings.delete_to_trash ? Action::DeleteToTrash : Action::DeletePermanent, 0);
 }
 
+// Of the many that may be selected only one can lead to a pane's folder, so no paths are built.
 const std::string* App::pane_path_inside_selection() const {
-    const std::vector<std::string> selected = active_pane().selected_paths();
-    for (const Pane* pane : {&m_left, &m_right})
-        for (const std::string& path : selected)
-            if (su::starts_with(pane->path(), path) &&
-                (pane->path().size() == path.size() || pane->path()[path.size()] == '/'))
+    const Pane& active = active_pane();
+    const std::string folder = active.path() == "/" ? "/" : active.path() + "/";
+    for (const Pane* pane : {&m_left, &m_right}) {
+        if (!su::starts_with(pane->path(), folder))
+            continue;
+        const std::string_view below = std::string_view(pane->path()).substr(folder.size());
+        const std::string_view name = below.substr(0, below.find('/'));
+        for (size_t i = 0; i < active.entries().size(); ++i)
+            if (active.entries()[i].name == name && active.is_selected(static_cast<int>(i)))
                 return &pane->path();
+    }
     return nullptr;
 }
 
@@ -569,14 +575,15 @@ bool App::refuse_shown_folder() {
 
 void App::delete_selection(bool to_trash) {
     close_overlay();
-    const std::vector<std::string> paths = active_pane().selected_paths();
+    std::vector<std::string> paths = active_pane().selected_paths();
     if (paths.empty()) {
         Log::warnf("delete refused: keine ausdrueckliche Auswahl");
         return;
     }
     if (refuse_shown_folder() || take_unseen_end())
         return;
-    if (!file_ops::start_delete(paths, to_trash, tr(to_trash ? "task.trashing" : "task.deleting")))
+    if (!file_ops::start_delete(std::move(paths), to_trash,
+                                tr(to_trash ? "task.trashing" : "task.deleting")))
         return show_busy();
     m_bgtask_was_running = true;
 }

@@ -25,6 +25,7 @@
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace file_ops {
 
@@ -404,10 +405,12 @@ class Delete {
 
 }  // namespace
 
-bool start_delete(const std::vector<std::string>& paths, bool to_trash, const std::string& title) {
+bool start_delete(std::vector<std::string> paths, bool to_trash, const std::string& title) {
     return BgTask::instance().start(
         BgTask::Kind::Delete, title,
-        [paths, to_trash](BgTask::Reporter& reporter) { Delete(paths, to_trash, reporter).run(); });
+        [paths = std::move(paths), to_trash](BgTask::Reporter& reporter) {
+            Delete(paths, to_trash, reporter).run();
+        });
 }
 
 bool start_clone(const std::vector<std::string>& paths, int threads) {

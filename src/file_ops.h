@@ -70,7 +70,7 @@ struct Properties {
 
 // Deletes the paths one after the other, or moves them to the trash, as the background task. The
 // title is shown with it. False when one runs.
-[[nodiscard]] bool start_delete(const std::vector<std::string>& paths, bool to_trash,
+[[nodiscard]] bool start_delete(std::vector<std::string> paths, bool to_trash,
                                 const std::string& title);
 
 // Duplicates the paths in their own folder under free names. False when a transfer runs.

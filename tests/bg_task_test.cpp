@@ -1,6 +1,7 @@
 #include "bg_task.h"
 
 #include "logger.h"
+#include "shim.h"
 #include "wait_until.h"
 
 #include <gtest/gtest.h>
@@ -122,7 +123,9 @@ TEST(bg_task, stores_500_failures_and_logs_all) {
     ASSERT_TRUE(wait_until([&task] { return !task.is_running(); }));
     EXPECT_EQ(task.snapshot().failures.size(), 500U);
     EXPECT_EQ(task.snapshot().failures.back(), "failure 499");
-    EXPECT_TRUE(logged("failure 599", Log::Level::Error));
+    for (int i = 0; i < 600; ++i)
+        EXPECT_TRUE(logged("failure " + std::to_string(i), Log::Level::Error)) << i;
+    EXPECT_TRUE(logged("DELETE done: 0 of 0 done, 500 failed — first: failure 0"));
 }
 
 TEST(bg_task, cancel_is_seen_by_a_job_that_looks) {
@@ -135,6 +138,53 @@ TEST(bg_task, cancel_is_seen_by_a_job_that_looks) {
     ASSERT_TRUE(wait_until([&task] { return !task.is_running(); }));
     EXPECT_TRUE(task.snapshot().cancelled);
     EXPECT_TRUE(logged("UNPACK CANCELLED: 0 of 0 done, 0 failed"));
+}
+
+TEST(bg_task, a_start_forgets_all_of_the_task_before) {
+    BgTask task;
+    ASSERT_TRUE(task.start(Kind::Unpack, "one", [](BgTask::Reporter& reporter) {
+        reporter.set_total(7);
+        reporter.advance(3);
+        reporter.set_detail("detail");
+        reporter.set_result("result");
+        reporter.fail("failure");
+        while (reporter.keep_going())
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }));
+    task.cancel();
+    ASSERT_TRUE(wait_until([&task] { return !task.is_running(); }));
+    task.reap();
+    EXPECT_TRUE(task.snapshot().cancelled);
+    std::atomic<bool> go{false};
+    ASSERT_TRUE(task.start(Kind::Pack, "two", [&go](BgTask::Reporter& reporter) {
+        while (!go)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        EXPECT_TRUE(reporter.keep_going());
+    }));
+    const BgTask::Status status = task.snapshot();
+    go = true;
+    EXPECT_TRUE(status.running);
+    EXPECT_FALSE(status.finished);
+    EXPECT_FALSE(status.cancelled);
+    EXPECT_EQ(status.kind, Kind::Pack);
+    EXPECT_EQ(status.title, "two");
+    EXPECT_EQ(status.detail + status.result, "");
+    EXPECT_EQ(status.done + status.total, 0);
+    EXPECT_TRUE(status.failures.empty());
+    ASSERT_TRUE(wait_until([&task] { return !task.is_running(); }));
+}
+
+TEST(bg_task, without_a_thread_the_slot_stays_free) {
+    REQUIRE_SHIM(SYS_clone3, SYS_clone);
+    BgTask task;
+    for (const long number : {SYS_clone3, SYS_clone})
+        shim::fail(number, EAGAIN, 1);
+    bool ran = false;
+    EXPECT_FALSE(task.start(Kind::Delete, "none", [&ran](BgTask::Reporter&) { ran = true; }));
+    shim::clear();
+    EXPECT_FALSE(task.is_running());
+    EXPECT_FALSE(ran);
+    EXPECT_TRUE(task.start(Kind::Delete, "one", [](BgTask::Reporter&) {}));
 }
 
 TEST(bg_task, a_job_that_does_not_look_goes_on) {

@@ -66,6 +66,16 @@ TEST(FolderSize, what_cannot_be_read_makes_it_incomplete) {
     }));
 }
 
+TEST(FolderSize, without_a_thread_the_count_is_empty_and_incomplete) {
+    REQUIRE_SHIM(SYS_clone3, SYS_clone);
+    for (const long number : {SYS_clone3, SYS_clone})
+        shim::fail(number, EAGAIN, 1);
+    folder_size::start("/");
+    shim::clear();
+    EXPECT_EQ(count_text(folder_size::snapshot()), "0 bytes, 0 files, 0 dirs, incomplete");
+    folder_size::cancel();  // there is nobody to wait for
+}
+
 // The worker stands at a subfolder that does not answer. What it has counted until then is shown;
 // the call of the kernel is watched, so the names come one by one.
 class SizingHeldUp : public ::testing::Test {
