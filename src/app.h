@@ -999,9 +999,9 @@ class App {
     bool m_drag_active = false;  // files are dragged over the window
     bool m_drag_inside = false;  // over a pane of it
     bool m_drag_target_right = false;
-    int m_drag_row = -1;  // the folder's row under them
-    double m_drag_x = 0;  // where they are
-    double m_drag_y = 0;
+    int m_drag_row = -1;   // the folder's row under them
+    double m_drag_x = -1;  // where they are; below 0: unknown
+    double m_drag_y = -1;
     bool m_drag_from_pane = false;          // the drag began here; until its end
     std::vector<std::string> m_drag_paths;  // what it carries
 };

@@ -257,13 +257,14 @@ void App::drag_over(double x, double y) {
 
 // The rows may have moved below what is held still.
 void App::drag_over_again() {
-    if (m_drag_active)
+    if (m_drag_active && m_drag_x >= 0)
         drag_over(m_drag_x, m_drag_y);
 }
 
 void App::drag_left() {
     m_drag_active = m_drag_inside = false;
     m_drag_row = -1;
+    m_drag_x = m_drag_y = -1;
     request_redraw();
 }
 

@@ -4,6 +4,7 @@
 #include "app_pointer.h"
 
 #include "app_display.h"
+#include "app_partner.h"
 #include "app_redraw.h"
 #include "fresh_process.h"
 #include "run_engine.h"
@@ -881,6 +882,34 @@ TEST_F(RealDrag, names_of_any_bytes_are_dragged) {
     EXPECT_TRUE(logged("drop: 4 item(s) -> " + right() + " (copy, from pane)"));
     EXPECT_EQ(app().m_overlay, App::Overlay::Errors);
     EXPECT_EQ(copy_engine::instance().snapshot().failures_total, 1U);
+}
+
+// Another program's drag has the pointer.
+TEST_F(RealDrag, one_that_cannot_begin_is_told_in_the_log) {
+    write_file(l("a"), "a");
+    start_window();
+    test_env::Partner partner;
+    ASSERT_TRUE(partner.start("both", "200x200+1300+900"));
+    xdo("mousemove --window " + partner.window() + " 50 50");
+    xdo("mousedown 1");
+    xdo("mousemove --window " + partner.window() + " 70 70");
+    xdo("mousemove --window " + partner.window() + " 90 90");
+    ASSERT_TRUE(partner.wait_line("over"));
+    click(row("a"));
+    GdkEvent* const event = gdk_event_new(GDK_MOTION_NOTIFY);
+    event->motion.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(app().m_canvas)));
+    event->motion.state = GDK_BUTTON1_MASK;
+    event->motion.x = row("a").x + 100;
+    event->motion.y = row("a").y + 40;
+    gdk_event_set_device(
+        event, gdk_seat_get_pointer(gdk_display_get_default_seat(gdk_display_get_default())));
+    app().handle_motion(event->motion.x, event->motion.y, &event->motion);
+    gdk_event_free(event);
+    EXPECT_TRUE(logged("drag: 1 item(s) from " + left()));
+    EXPECT_TRUE(logged("drag: gtk_drag_begin returned nothing — no drag started"));
+    EXPECT_FALSE(app().m_drag_from_pane);
+    EXPECT_TRUE(app().m_drag_paths.empty());
+    xdo("mouseup 1");
 }
 
 // The program may be told to end at any moment.
