@@ -435,15 +435,15 @@ TEST(AppHits, a_rectangle_knows_whether_a_dialogue_or_a_menu_was_being_painted) 
 
 TEST(AppHits, each_kind_has_its_own_name_and_an_unknown_one_none) {
     std::set<std::string> names;
-    for (int i = 0; i <= static_cast<int>(App::Hit::PermBit); ++i)
+    for (int i = 0; i <= static_cast<int>(App::Hit::OwnerField); ++i)
         names.insert(App::hit_name(static_cast<App::Hit>(i)));
-    EXPECT_EQ(names.size(), 43U);
+    EXPECT_EQ(names.size(), 44U);
     EXPECT_FALSE(names.contains("?"));
     EXPECT_STREQ(App::hit_name(App::Hit::None), "None");
     EXPECT_STREQ(App::hit_name(App::Hit::PaneRow), "PaneRow");
     EXPECT_STREQ(App::hit_name(App::Hit::Overlay), "Overlay");
     EXPECT_STREQ(App::hit_name(App::Hit::PermBit), "PermBit");
-    EXPECT_STREQ(App::hit_name(static_cast<App::Hit>(43)), "?");
+    EXPECT_STREQ(App::hit_name(static_cast<App::Hit>(44)), "?");
     EXPECT_STREQ(App::hit_name(static_cast<App::Hit>(-1)), "?");
 }
 
