@@ -36,6 +36,7 @@ constexpr int kDefaultWidth = 1100;
 constexpr int kDefaultHeight = 720;
 constexpr guint kTickMs = 100;
 constexpr double kProgressHoldSeconds = 2.5;
+constexpr double kConflictDeafSeconds = 0.25;
 constexpr double kEndWaitSeconds = 2.0;
 constexpr int kDrivesWaitMs = 500;
 
@@ -601,11 +602,15 @@ void App::poll_task_end(bool tasking) {
         open_overlay(Overlay::Errors, status.title);
 }
 
-// A question of the engine replaces whatever dialogue is open, since a worker waits for it.
+// A question of the engine replaces whatever dialogue is open, since a worker waits for it; but
+// never one with changes that would be lost.
 void App::poll_conflict(bool pending) {
+    if (pending && conflict_waits())
+        return;
     if (pending && m_overlay != Overlay::Conflict) {
         open_overlay(Overlay::Conflict, "");
         m_conflict_apply_all = false;
+        m_conflict_deaf_until = now_seconds() + kConflictDeafSeconds;
     } else if (!pending && m_overlay == Overlay::Conflict) {
         close_overlay();
     }

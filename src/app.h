@@ -464,10 +464,30 @@ class App {
 
     // --- Progress band (app_progress.cpp) -----------------------------------------------------
 
-    void draw_progress(double y, double w);
+    void draw_progress(double y, double h);
+    // Of a transfer rather than a task; to be asked while frame_shows_work().
+    [[nodiscard]] bool frame_shows_transfer() const {
+        return m_frame_copy.running || (m_transfer_was_running && !m_frame_bg.running);
+    }
     // The done share of the work that this frame shows, or -1 while there is none to tell.
     [[nodiscard]] double frame_fraction() const;
-    void draw_result_line(double y, double w, double h);
+    // Seconds, the phase of what moves: the engine's own clock, or for a task, which has none, any.
+    [[nodiscard]] double frame_elapsed() const;
+    double draw_progress_cancel(double y);  // where it begins
+    void draw_progress_bar(double x, double y, double w);
+    void draw_bar_band(double x, double y, double w);
+    void draw_bar_fill(double x, double y, double w);
+    void draw_transfer_numbers(double centre);
+    void draw_transfer_detail(double centre, double room_end);
+    void draw_transfer_file(double centre);
+    void draw_task_rows(double numbers_y, double detail_y, double room_end);
+    void draw_warning_pill(const std::string& text, double x, double centre, double room);
+    // Ends at `right`. Where it begins.
+    double draw_failures_pill(const std::string& text, double right, double centre, double h,
+                              double alpha, bool listed);
+    void draw_result_line(double x, double y, double h);
+    void draw_result_symbol(double x, double centre, const std::string& tint);
+    void draw_result_dismiss(double right, double y, double h);
 
     // --- Frame of the dialogues, buttons (app_overlay.cpp) ------------------------------------
 
@@ -597,12 +617,31 @@ class App {
     void draw_overlay_confirm_delete(double x, double y, double w, double h);
     // The path without as many of its leading folders as it takes to fit, behind "…/".
     std::string path_ending(const std::string& path, double room, double size);
-    void draw_overlay_conflict(double x, double y, double w);
+
+    // --- The transfer's dialogues (app_dialogs_transfer.cpp) ----------------------------------
+
+    void draw_overlay_conflict(double x, double y, double w, double h);
+    void draw_conflict_card(const Rect& card, const char* title_key, const std::string& tint,
+                            const std::string& size, int64_t mtime);
+    void draw_conflict_verdict(double x, double y, const copy_engine::ConflictRequest& ask);
+    void draw_apply_to_all(double x, double centre, double w);
+    // Of the transfer's failures, how many may succeed with root's rights.
+    [[nodiscard]] int elevatable_failures() const;
+    // What the errors dialogue has to list in this frame.
+    [[nodiscard]] size_t failure_lines() const {
+        return m_frame_copy.failures.size() + m_frame_bg.failures.size();
+    }
+    [[nodiscard]] std::string failure_line(size_t index) const;
     void draw_overlay_errors(double x, double y, double w, double h);
-    // Each choice with the key that takes it. The vector is the order in which they pick their
-    // letters for m_overlay_accels; places, if given, says where each is shown.
-    void draw_choices(double x, double y, double w, const std::vector<ButtonSpec>& choices,
-                      int columns, const int* places = nullptr);
+    void draw_failures(const Rect& list, double left_free);
+    // The engine asks, and what the user has not saved comes first.
+    [[nodiscard]] bool conflict_waits() const {
+        return m_overlay == Overlay::HexView && m_hex_unsaved;
+    }
+    // The question came too short a time ago for this key or click to be meant for it.
+    [[nodiscard]] bool conflict_too_new() const {
+        return m_overlay == Overlay::Conflict && now_seconds() < m_conflict_deaf_until;
+    }
 
     // --- Actions (app_actions.cpp) ------------------------------------------------------------
 
@@ -904,7 +943,11 @@ class App {
     std::string m_input_buffer;  // UTF-8
     size_t m_input_caret = 0;    // bytes; on a character boundary
     bool m_conflict_apply_all = false;
-    int m_settings_scroll = 0;  // logical units
+    double m_conflict_deaf_until = 0;  // keys and clicks are for what was there before
+    bool m_can_elevate = false;        // these two as the errors dialogue was opened
+    std::string m_why_not_elevate;     // empty: nothing to tell
+    bool m_hex_unsaved = false;        // the hex view has changes that are not in the file
+    int m_settings_scroll = 0;         // logical units
     int m_settings_max_scroll = 0;
     std::string m_pending_bookmark;  // the path that a bookmark's dialogue is about; empty: none
     std::string m_pending_unpack;    // the archive that is to be unpacked; empty: none

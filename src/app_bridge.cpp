@@ -7,6 +7,7 @@
 #include "file_ops.h"
 #include "format.h"
 #include "i18n.h"
+#include "strutil.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -262,16 +263,20 @@ void App::draw_status_bar(double y, double w) {
                       m_palette.secondary, false, false);
 }
 
-// The short message or, without one, the selection, in a pill that is centred and ends at right_end
-// at the latest. Returns where it begins, or right_end for none.
+// A question that waits, the short message or, without one, the selection, in a pill that is
+// centred and ends at right_end at the latest. Returns where it begins, or right_end for none.
 double App::draw_status_note(double y, double w, double right_end) {
     const double left = m_flash_until > 0 ? m_flash_until - now_seconds() : 0;
     if (left <= 0)
         m_flash_until = 0;
     const bool flashing = m_flash_until > 0;
     const Pane& pane = active_pane();
+    const bool asked = m_frame_copy.conflict.pending && conflict_waits();
     std::string note;
-    if (flashing)
+    if (asked)
+        note = std::string(tr("conflict.headline")) + " " +
+               su::basename_of(m_frame_copy.conflict.target_path);
+    else if (flashing)
         note = m_flash_text;
     else if (pane.has_selection())
         note = I18n::instance().trf("status.selected", pane.selected_count()) + "  ·  " +
@@ -280,11 +285,15 @@ double App::draw_status_note(double y, double w, double right_end) {
     if (note.empty() || room <= 0)
         return right_end;
     // The last half second of a message fades out.
-    const double alpha = flashing ? std::min(1.0, 2 * left) : 1;
+    const bool fading = flashing && !asked;
+    const double alpha = fading ? std::min(1.0, 2 * left) : 1;
     const double note_w = std::min(text_width(note, 11, false, false), room);
     const double x = (w - note_w - 16) / 2;
-    fill_rounded(x, y + 3, note_w + 16, 18, 4, m_palette.ok_bg, flashing ? 0.9 * alpha : 0.5);
-    draw_text_clipped(note, x + 8, y + Layout::status_h / 2, note_w, 11, m_palette.ok, false, false,
-                      alpha);
+    fill_rounded(x, y + 3, note_w + 16, 18, 4, asked ? m_palette.danger_bg : m_palette.ok_bg,
+                 asked      ? 1
+                 : flashing ? 0.9 * alpha
+                            : 0.5);
+    draw_text_clipped(note, x + 8, y + Layout::status_h / 2, note_w, 11,
+                      asked ? m_palette.warn : m_palette.ok, false, false, alpha);
     return x;
 }

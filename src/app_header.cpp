@@ -78,8 +78,7 @@ void App::draw_header(double y, double w) {
     cairo_pattern_destroy(gradient);
     cairo_paint(m_cr);
 
-    // The engine's own clock; a task has none.
-    const double elapsed = m_frame_copy.running ? m_frame_copy.elapsed_seconds : now_seconds();
+    const double elapsed = frame_elapsed();
     if (frame_busy())
         draw_header_progress(y, w, elapsed);
     const double name_end = draw_header_name(y + h / 2);

@@ -201,6 +201,8 @@ void App::type_ahead(const std::string& text, double now) {
 }
 
 bool App::handle_overlay_key(GdkEventKey* event) {
+    if (conflict_too_new())
+        return true;
     const bool conflict = m_overlay == Overlay::Conflict;
     if (event->keyval == GDK_KEY_Escape) {
         perform(conflict ? Action::ConflictSkip : Action::OverlayCancel, 0);

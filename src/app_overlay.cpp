@@ -5,6 +5,7 @@
 
 #include "app.h"
 
+#include "elevate.h"
 #include "file_ops.h"
 #include "i18n.h"
 #include "settings.h"
@@ -57,6 +58,11 @@ void App::open_overlay(Overlay overlay, const std::string& title) {
     m_overlay = overlay;
     m_overlay_title = title;
     m_list_scroll = 0;
+    m_hex_unsaved = false;
+    if (overlay == Overlay::Errors) {  // not with each frame: this looks at the disk
+        m_can_elevate = elevate::availability() == elevate::Availability::Yes;
+        m_why_not_elevate = elevate::unavailable_reason();
+    }
     request_redraw();
 }
 
@@ -64,6 +70,7 @@ void App::close_overlay() {
     forget_overlay_input();
     if (m_overlay == Overlay::Properties)
         file_ops::folder_size::abandon();
+    m_hex_unsaved = false;
     m_overlay = Overlay::None;
     request_redraw();
 }
@@ -98,9 +105,7 @@ App::Size App::overlay_size(double window_w, double window_h) {
     case Overlay::ConfirmDelete:
         return {560, confirm_delete_height(active_pane().selected_count())};
     case Overlay::Errors:
-        return {640,
-                std::min(errors_height(m_frame_copy.failures.size() + m_frame_bg.failures.size()),
-                         window_h - 120)};
+        return {640, std::min(errors_height(failure_lines()), window_h - 120)};
     case Overlay::Message: {
         const double text_h = wrapped_text(m_overlay_text, 0, 0, kMessageText, 12.5, nullptr);
         return {460, std::min({text_h + 126, window_h - 90, 560.0})};
@@ -184,7 +189,7 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
     case Overlay::ConfirmDelete:
         return draw_overlay_confirm_delete(x, y, w, h);
     case Overlay::Conflict:
-        return draw_overlay_conflict(x, y, w);
+        return draw_overlay_conflict(x, y, w, h);
     case Overlay::Errors:
         return draw_overlay_errors(x, y, w, h);
     case Overlay::Message:

@@ -76,6 +76,8 @@ double wheel_direction(GdkScrollDirection direction) {
 
 void App::handle_click(double x, double y, int button, guint state, guint32 clicks) {
     end_composition();
+    if (conflict_too_new())
+        return;
     const HitRect* found = hit_test(x, y);
     if (clicks != 2)
         note_press(found);
@@ -162,6 +164,7 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
         return click_search_bar(hit);
     case Hit::ResultDismiss:
         m_result.valid = false;
+        m_progress_hold_until = 0;
         return;
     case Hit::BridgeCopy:
         return commit_rename() ? start_transfer(hit.right, false) : void();

@@ -1,6 +1,6 @@
-// The progress band below the header, painted plainly: while something runs 76 high with a bar, a
-// line of numbers and the file at hand; afterwards 34 high with the result. It reads the frame's
-// snapshots alone.
+// The progress band below the header: while something runs a bar with its cancel button, a row of
+// numbers and what is being worked on; afterwards the result. It reads the frame's snapshots alone,
+// and what moves in it is a function of the time that the work has taken.
 
 #include "app.h"
 
@@ -9,112 +9,280 @@
 #include "strutil.h"
 
 #include <algorithm>
+#include <cmath>
+#include <initializer_list>
 
 namespace {
 
-std::string transfer_numbers(const copy_engine::Progress& p) {
-    const bool move = p.operation == copy_engine::Operation::Move;
-    std::string text = std::string(tr(move ? "progress.moving" : "progress.copying")) + "  ·  " +
-                       fmt::count(p.files_done) + " / " + fmt::count(p.files_total) + " " +
-                       tr("label.files") + "  ·  " + fmt::bytes(p.bytes_done) + " / " +
-                       fmt::bytes(p.bytes_total);
-    if (p.bytes_per_second >= 1)
-        text +=
-            "  ·  " + fmt::bytes(static_cast<int64_t>(std::min(p.bytes_per_second, 9e18))) + "/s";
-    return text;
+constexpr double kEdge = 10;    // from the band's ends
+constexpr double kBarTop = 10;  // from the band's top
+constexpr double kBarH = 18;
+constexpr double kBarRadius = 9;
+constexpr double kSmallest = 18;    // the fill's width at nothing done
+constexpr double kItemGap = 18;     // between two items of a row
+constexpr double kResultGap = 16;   // the same of the result line
+constexpr double kRowStep = 17;     // from the second row to the third
+constexpr double kFileRoom = 210;   // at the end of the current file's row, left for the failures
+constexpr double kBandSpeed = 220;  // units per second
+constexpr double kBandShare = 0.28;
+constexpr double kSheenSpeed = 130;
+constexpr double kSheenW = 46;
+constexpr char kLeftToRight[] = "\u200e";  // a mark without a width
+
+struct Stop {
+    double at;
+    const std::string& color;
+    double alpha;
+};
+
+void set_gradient(cairo_t* cr, double from, double to, std::initializer_list<Stop> stops) {
+    cairo_pattern_t* const gradient = cairo_pattern_create_linear(from, 0, to, 0);
+    for (const Stop& stop : stops) {
+        Rgb rgb{1, 0, 1};
+        (void)hex_to_rgb(stop.color, rgb);
+        cairo_pattern_add_color_stop_rgba(gradient, stop.at, rgb.r, rgb.g, rgb.b, stop.alpha);
+    }
+    cairo_set_source(cr, gradient);
+    cairo_pattern_destroy(gradient);
 }
 
-// What is being worked on, or why nothing moves.
-std::string transfer_detail(const copy_engine::Progress& p) {
-    if (p.scanning)
-        return tr("progress.measuring");
-    if (!p.stalled_path.empty())
-        return I18n::instance().trf("progress.stalled", su::basename_of(p.stalled_path).c_str());
-    if (p.space_short > 0)
-        return I18n::instance().trf("progress.no_space", fmt::bytes(p.target_free).c_str(),
-                                    fmt::bytes(p.bytes_total).c_str());
-    for (const std::string& path : p.current_files)
-        if (!path.empty())
-            return path;
-    return {};
+double share(int64_t done, int64_t total) {
+    return std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0);
+}
+
+// The part before the point; beyond what an int64 can hold there is no file either.
+int64_t whole(double number) {
+    return static_cast<int64_t>(std::clamp(number, 0.0, 9e18));
+}
+
+std::string time_left(double seconds) {
+    const I18n& words = I18n::instance();
+    if (seconds < 5)
+        return tr("progress.almost_done");
+    if (seconds < 60)
+        return words.trf("progress.seconds", fmt::saturated(whole(seconds)));
+    if (seconds < 3600)
+        return words.trf("progress.minutes", fmt::saturated(whole(seconds / 60) + 1));
+    return words.trf("progress.hours", fmt::saturated(whole(seconds / 3600) + 1));
+}
+
+std::string failures_text(size_t count) {
+    return I18n::instance().trf("progress.failures", fmt::saturated(static_cast<int64_t>(count)));
 }
 
 }  // namespace
 
 double App::frame_fraction() const {
-    const auto share = [](int64_t done, int64_t total) {
-        return std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0);
-    };
     const copy_engine::Progress& copy = m_frame_copy;
-    if (copy.running) {
-        if (copy.scanning)
-            return -1;
-        if (copy.bytes_total > 0)
-            return share(copy.bytes_done, copy.bytes_total);
-        return copy.files_total > 0 ? share(copy.files_done, copy.files_total) : -1;
-    }
-    return m_frame_bg.total > 0 ? share(m_frame_bg.done, m_frame_bg.total) : -1;
+    if (!frame_shows_transfer())
+        return m_frame_bg.total > 0 ? share(m_frame_bg.done, m_frame_bg.total) : -1;
+    if (copy.scanning)
+        return -1;
+    if (copy.bytes_total > 0)
+        return share(copy.bytes_done, copy.bytes_total);
+    return copy.files_total > 0 ? share(copy.files_done, copy.files_total) : -1;
 }
 
-void App::draw_progress(double y, double w) {
-    const double h = m_layout.progress_h;
+double App::frame_elapsed() const {
+    return frame_shows_transfer() ? m_frame_copy.elapsed_seconds : now_seconds();
+}
+
+void App::draw_progress(double y, double h) {
+    const double w = m_layout.width;
     fill_band(0, y, w, h, m_palette.bar);
     fill_band(0, y, w, 1, m_palette.divider);
-    const bool copying = m_frame_copy.running || (m_transfer_was_running && !m_frame_bg.running);
-    if (!frame_shows_work()) {
-        draw_result_line(y, w, h);
-        return;
-    }
+    if (!frame_shows_work())
+        return draw_result_line(0, y, h);
+    const double bar_end = draw_progress_cancel(y) - 10;
+    draw_progress_bar(kEdge, y + kBarTop, bar_end - kEdge);
 
-    // The cancel button, 10 in from the right edge, and the bar that fills the rest of its row.
-    const std::string cancel = tr("btn.cancel");
-    const double label_w = text_width(cancel, 11, false, false);
-    const double bw = std::max(70.0, label_w + 24);
-    const double bx = w - 10 - bw;
-    const HitRect* hover = hovered();
-    const bool hot = hover && hover->what == Hit::ProgressCancel;
-    fill_rounded(bx, y + 8, bw, 22, 4, hot ? m_palette.danger_bg : m_palette.control, 1);
-    stroke_rounded(bx, y + 8, bw, 22, 4, m_palette.danger, hot ? 1 : 0.6, 1);
-    draw_text(cancel, bx + (bw - label_w) / 2, y + 19, 11, m_palette.control_text, false, false, 1);
-    add_hit(bx, y + 8, bw, 22, Hit::ProgressCancel, 0, false, cancel);
-
-    const double bar_w = std::max(0.0, bx - 20);
-    fill_rounded(10, y + 10, bar_w, 18, 9, m_palette.progress_track, 1);
-    const double fraction = frame_fraction();
-    if (fraction >= 0) {
-        const double fill_w = std::clamp(bar_w * fraction, std::min(18.0, bar_w), bar_w);
-        fill_rounded(10, y + 10, fill_w, 18, 9, m_palette.progress_fill, 1);
-        const std::string percent = std::to_string(static_cast<int>(fraction * 100)) + " %";
-        const double percent_w = text_width(percent, 11, false, false);
-        if (fill_w > percent_w + 20)
-            draw_text_right(percent, 10 + fill_w - 8, y + 19, 11, "#FFFFFF", false, false);
-        else
-            draw_text(percent, 10 + fill_w + 8, y + 19, 11, m_palette.text, false, false, 1);
-    }
-
-    const std::string numbers = copying ? transfer_numbers(m_frame_copy)
-                                        : m_frame_bg.title + "  ·  " + fmt::count(m_frame_bg.done) +
-                                              " / " + fmt::count(m_frame_bg.total);
-    draw_text_clipped(numbers, 10, y + 42, w - 20, 12.5, m_palette.text, false, false);
-
-    double detail_w = w - 20;
-    const size_t failed = copying ? m_frame_copy.failures_total : m_frame_bg.failures.size();
-    if (failed > 0) {
-        const std::string text =
-            I18n::instance().trf("progress.failures", fmt::saturated(static_cast<int64_t>(failed)));
-        const double pill_w = text_width(text, 11, false, false) + 16;
-        fill_rounded(w - 10 - pill_w, y + 52, pill_w, 18, 4, m_palette.danger_bg, 1);
-        draw_text(text, w - 2 - pill_w, y + 61, 11, m_palette.danger, false, false, 1);
-        add_hit(w - 10 - pill_w, y + 52, pill_w, 18, Hit::ErrorBanner, 0, false, text);
-        detail_w -= pill_w + 10;
-    }
-    draw_text_clipped(copying ? transfer_detail(m_frame_copy) : m_frame_bg.detail, 10, y + 61,
-                      detail_w, 11, m_palette.secondary, false, false);
+    const bool transfer = frame_shows_transfer();
+    const double numbers_y = y + 30 + m_layout.row_h / 2;
+    const double detail_y = numbers_y + kRowStep;
+    const size_t failed = transfer ? m_frame_copy.failures_total : m_frame_bg.failures.size();
+    double room_end = w - kEdge;
+    if (failed > 0)
+        room_end =
+            draw_failures_pill(failures_text(failed), w - kEdge, detail_y, 18, 1, true) - kEdge;
+    if (!transfer)
+        return draw_task_rows(numbers_y, detail_y, room_end);
+    draw_transfer_numbers(numbers_y);
+    draw_transfer_detail(detail_y, room_end);
 }
 
-void App::draw_result_line(double y, double w, double h) {
+double App::draw_progress_cancel(double y) {
+    constexpr double kHeight = 22;
+    const std::string label = tr("btn.cancel");
+    const double label_w = text_width(label, 11, false, false);
+    const double w = std::max(70.0, label_w + 24);
+    const double x = m_layout.width - kEdge - w;
+    const double centre = y + kBarTop + kBarH / 2;
+    const HitRect* hover = hovered();
+    const bool hot = hover && hover->what == Hit::ProgressCancel;
+    fill_rounded(x, centre - kHeight / 2, w, kHeight, 4,
+                 hot ? m_palette.danger_bg : m_palette.control, 1);
+    stroke_rounded(x, centre - kHeight / 2, w, kHeight, 4, m_palette.danger, hot ? 1 : 0.6, 1);
+    draw_text(label, x + (w - label_w) / 2, centre, 11, m_palette.control_text, false, false, 1);
+    add_hit(x, centre - kHeight / 2, w, kHeight, Hit::ProgressCancel, 0, false, label);
+    return x;
+}
+
+void App::draw_progress_bar(double x, double y, double w) {
+    if (w < kSmallest)
+        return;
+    fill_rounded(x, y, w, kBarH, kBarRadius, m_palette.progress_track, 1);
+    const double fraction = frame_fraction();
+    cairo_save(m_cr);
+    rounded_rect(x, y, w, kBarH, kBarRadius);
+    cairo_clip(m_cr);
+    const double fill_w = std::max(kSmallest, fraction * w);
+    if (fraction < 0)
+        draw_bar_band(x, y, w);
+    else
+        draw_bar_fill(x, y, fill_w);
+    cairo_restore(m_cr);
+    if (fraction < 0)
+        return;
+    const std::string percent = std::to_string(static_cast<int>(fraction * 100)) + " %";
+    const double centre = y + kBarH / 2;
+    if (fill_w > text_width(percent, 11, false, false) + 20)
+        draw_text_right(percent, x + fill_w - 8, centre, 11, "#FFFFFF", false, false);
+    else
+        draw_text(percent, x + fill_w + 8, centre, 11, m_palette.text, false, false, 1);
+}
+
+// How much there is to do is not known: from left to right, over and over.
+void App::draw_bar_band(double x, double y, double w) {
+    const double band_w = kBandShare * w;
+    const double left = x + std::fmod(kBandSpeed * frame_elapsed(), w + band_w) - band_w;
+    set_gradient(m_cr, left, left + band_w,
+                 {{0, m_palette.progress_fill, 0},
+                  {0.5, m_palette.progress_fill_2, 1},
+                  {1, m_palette.progress_fill, 0}});
+    cairo_rectangle(m_cr, left, y, band_w, kBarH);
+    cairo_fill(m_cr);
+}
+
+void App::draw_bar_fill(double x, double y, double w) {
+    rounded_rect(x, y, w, kBarH, kBarRadius);
+    cairo_clip(m_cr);
+    set_gradient(m_cr, x, x + w,
+                 {{0, m_palette.progress_fill_2, 1}, {1, m_palette.progress_fill, 1}});
+    cairo_paint(m_cr);
+    if (!frame_shows_transfer() || m_frame_copy.bytes_per_second <= 0)
+        return;
+    const std::string white = "#FFFFFF";
+    const double left = x + std::fmod(kSheenSpeed * frame_elapsed(), w + kSheenW) - kSheenW;
+    set_gradient(m_cr, left, left + kSheenW, {{0, white, 0}, {0.5, white, 0.18}, {1, white, 0}});
+    cairo_rectangle(m_cr, left, y, kSheenW, kBarH);
+    cairo_fill(m_cr);
+}
+
+// In a window too narrow for all of them, an item that does not fit is left out: half a number
+// would be a wrong one.
+void App::draw_transfer_numbers(double centre) {
+    const copy_engine::Progress& p = m_frame_copy;
+    const I18n& words = I18n::instance();
+    const std::string threads = words.trf("progress.threads", p.threads_active);
+    const double right = m_layout.width - kEdge;
+    draw_text_right(threads, right, centre, 11, m_palette.dim, false, false);
+    const double room_end = right - text_width(threads, 11, false, false) - kItemGap;
+
+    double x = kEdge;
+    const auto item = [&](const std::string& text, double size, const std::string& color) {
+        const double text_w = text_width(text, size, false, false);
+        if (x + text_w > room_end)
+            return;
+        draw_text(text, x, centre, size, color, false, false, 1);
+        x += text_w + kItemGap;
+    };
+    item(fmt::count(p.files_done) + " / " + fmt::count(p.files_total) + " " + tr("label.files"), 13,
+         m_palette.text);
+    item(fmt::bytes(p.bytes_done) + " / " + fmt::bytes(p.bytes_total), 11, m_palette.secondary);
+    if (p.bytes_per_second > 0)
+        item(fmt::bytes(whole(p.bytes_per_second)) + "/s", 11, m_palette.ok);
+    if (p.seconds_remaining > 0)
+        item(time_left(p.seconds_remaining), 11, m_palette.secondary);
+    if (p.cloned > 0)
+        item(words.trf("progress.cloned", fmt::saturated(p.cloned)), 11, m_palette.dim);
+    if (p.retried > 0)
+        item(words.trf("progress.retried", fmt::saturated(p.retried)), 11, m_palette.warn);
+}
+
+void App::draw_transfer_detail(double centre, double room_end) {
+    const copy_engine::Progress& p = m_frame_copy;
+    const I18n& words = I18n::instance();
+    if (p.scanning) {
+        draw_text_clipped(tr("progress.measuring"), kEdge, centre, room_end - kEdge, 11,
+                          m_palette.secondary, false, false);
+    } else if (!p.stalled_path.empty()) {
+        draw_warning_pill(words.trf("progress.stalled", su::basename_of(p.stalled_path).c_str()),
+                          kEdge, centre, room_end - kEdge);
+    } else if (p.space_short > 0) {
+        draw_warning_pill(words.trf("progress.no_space", fmt::bytes(p.target_free).c_str(),
+                                    fmt::bytes(p.bytes_total).c_str()),
+                          kEdge, centre, room_end - kEdge);
+    } else {
+        draw_transfer_file(centre);
+    }
+}
+
+void App::draw_transfer_file(double centre) {
+    const auto file =
+        std::find_if(m_frame_copy.current_files.begin(), m_frame_copy.current_files.end(),
+                     [](const std::string& path) { return !path.empty(); });
+    if (file == m_frame_copy.current_files.end())
+        return;
+    const bool move = m_frame_copy.operation == copy_engine::Operation::Move;
+    // The path belongs behind the colon, whichever way the verb is written.
+    const std::string verb = std::string(I18n::instance().is_rtl() ? kLeftToRight : "") +
+                             tr(move ? "progress.moving" : "progress.copying") + ": ";
+    draw_text(verb, kEdge, centre, 11, m_palette.secondary, false, false, 1);
+    const double x = kEdge + text_width(verb, 11, false, false);
+    const double room = m_layout.width - kFileRoom - x;
+    const bool fits = text_width(*file, 11, false, false) <= room;
+    draw_text_clipped(fits ? *file : "…/" + su::basename_of(*file), x, centre, room, 11,
+                      m_palette.secondary, false, false);
+}
+
+void App::draw_task_rows(double numbers_y, double detail_y, double room_end) {
+    const double w = m_layout.width;
+    const double title_w = draw_text_clipped(m_frame_bg.title, kEdge, numbers_y, w - 2 * kEdge, 13,
+                                             m_palette.text, false, false);
+    const double x = kEdge + title_w + kItemGap;
+    if (m_frame_bg.total > 0)
+        draw_text_clipped(fmt::count(m_frame_bg.done) + " / " + fmt::count(m_frame_bg.total), x,
+                          numbers_y, w - kEdge - x, 11, m_palette.secondary, false, false);
+    draw_text_clipped(m_frame_bg.detail, kEdge, detail_y, std::min(w - 90, room_end - kEdge), 11,
+                      m_palette.secondary, false, false);
+}
+
+void App::draw_warning_pill(const std::string& text, double x, double centre, double room) {
+    const double text_w = std::min(text_width(text, 11, false, false), room - 12);
+    if (text_w <= 0)
+        return;
+    fill_rounded(x, centre - 9, text_w + 12, 18, 4, m_palette.danger_bg, 1);
+    draw_text_clipped(text, x + 6, centre, text_w, 11, m_palette.warn, false, false);
+}
+
+double App::draw_failures_pill(const std::string& text, double right, double centre, double h,
+                               double alpha, bool listed) {
+    const double w = text_width(text, 11, false, false) + 16;
+    const double x = right - w;
+    fill_rounded(x, centre - h / 2, w, h, 4, m_palette.danger_bg, alpha);
+    draw_text(text, x + 8, centre, 11, m_palette.danger, false, false, 1);
+    if (listed)
+        add_hit(x, centre - h / 2, w, h, Hit::ErrorBanner, 0, false, text);
+    return x;
+}
+
+// --- The result -------------------------------------------------------------------------------
+
+void App::draw_result_line(double x, double y, double h) {
     if (!m_result.valid)
         return;
+    const double right = m_layout.width;
+    const double centre = y + h / 2;
     const bool failed = m_result.failures > 0;
     const std::string& tint = failed               ? m_palette.danger
                               : m_result.cancelled ? m_palette.warn
@@ -122,44 +290,75 @@ void App::draw_result_line(double y, double w, double h) {
     const std::string& back = failed               ? m_palette.danger_bg
                               : m_result.cancelled ? m_palette.header
                                                    : m_palette.ok_bg;
-    fill_rect(0, y + 1, w, h - 1, back, 0.5);
-    fill_rect(0, y + 1, 4, h - 1, tint, 1);
-    const double centre = y + h / 2;
-
-    // The close cross, in the last 24 of the line.
-    const HitRect* hover = hovered();
-    const bool hot = hover && hover->what == Hit::ResultDismiss;
-    draw_text("×", w - 19, centre, 15, hot ? m_palette.danger : m_palette.secondary, true, false,
-              1);
-    add_hit(w - 24, y, 24, h, Hit::ResultDismiss);
-    double room_end = w - 34;
+    fill_band(x, y + 1, 4, h - 1, tint);
+    fill_band(x + 4, y + 1, right - x - 4, h - 1, back, 0.5);
+    draw_result_symbol(x, centre, tint);
+    draw_result_dismiss(right, y, h);
+    double room_end = right - 34;
     if (failed) {
-        std::string text = I18n::instance().trf(
-            "progress.failures", fmt::saturated(static_cast<int64_t>(m_result.failures)));
+        std::string text = failures_text(m_result.failures);
         if (m_result.listed)
             text += std::string("  ·  ") + tr("btn.details");
-        const double pill_w = text_width(text, 11, false, false) + 16;
-        fill_rounded(room_end - pill_w, centre - 10, pill_w, 20, 4, m_palette.danger_bg, 1);
-        draw_text(text, room_end - pill_w + 8, centre, 11, m_palette.danger, false, false, 1);
-        if (m_result.listed)
-            add_hit(room_end - pill_w, centre - 10, pill_w, 20, Hit::ErrorBanner, 0, false, text);
-        room_end -= pill_w + 10;
+        const HitRect* hover = hovered();
+        const bool hot = hover && hover->what == Hit::ErrorBanner;
+        room_end = draw_failures_pill(text, room_end, centre, 20, hot ? 1 : 0.8, m_result.listed) -
+                   kResultGap;
     }
 
     const std::string title = m_result.disk_full       ? tr("err.disk_full")
                               : m_result.cancelled     ? tr("progress.cancelled_label")
                               : m_result.title.empty() ? tr("progress.finished")
                                                        : m_result.title;
-    double x = 28 + draw_text_clipped(title, 28, centre, room_end - 28, 13, tint, true, false);
-    const auto item = [&](const std::string& text, const std::string& color) {
+    double at = x + 28;
+    const auto item = [&](const std::string& text, double size, const std::string& color) {
         if (!text.empty())
-            x += 16 + draw_text_clipped(text, x + 16, centre, room_end - x - 16, 11, color, false,
-                                        false);
+            at += kResultGap +
+                  draw_text_clipped(text, at, centre, room_end - at, size, color, false, false);
     };
-    item(m_result.detail, m_palette.text);
-    item(fmt::count(m_result.files) + " " + tr("label.files"), m_palette.text);
+    item(title, 13, tint);
+    item(m_result.detail, 11, m_palette.text);
+    item(fmt::count(m_result.files) + " " + tr("label.files"), 11, m_palette.text);
     if (m_result.bytes > 0)
-        item(fmt::bytes(m_result.bytes), m_palette.secondary);
+        item(fmt::bytes(m_result.bytes), 11, m_palette.secondary);
     if (m_result.seconds > 0.05)
-        item(fmt::seconds(m_result.seconds), m_palette.secondary);
+        item(fmt::seconds(m_result.seconds), 11, m_palette.secondary);
+}
+
+// A cross, an exclamation mark or a tick.
+void App::draw_result_symbol(double x, double centre, const std::string& tint) {
+    set_color(tint, 1);
+    cairo_set_line_width(m_cr, 2);
+    if (m_result.failures > 0) {
+        cairo_move_to(m_cr, x + 10, centre - 4);
+        cairo_line_to(m_cr, x + 18, centre + 4);
+        cairo_move_to(m_cr, x + 18, centre - 4);
+        cairo_line_to(m_cr, x + 10, centre + 4);
+    } else if (m_result.cancelled) {
+        cairo_move_to(m_cr, x + 14, centre - 5);
+        cairo_line_to(m_cr, x + 14, centre + 1);
+        cairo_move_to(m_cr, x + 14, centre + 3);
+        cairo_line_to(m_cr, x + 14, centre + 5);
+    } else {
+        cairo_move_to(m_cr, x + 10, centre);
+        cairo_line_to(m_cr, x + 13.5, centre + 4);
+        cairo_line_to(m_cr, x + 19, centre - 4);
+    }
+    cairo_stroke(m_cr);
+}
+
+void App::draw_result_dismiss(double right, double y, double h) {
+    constexpr double kHitW = 24;
+    constexpr double kHalf = 4;
+    const double middle = right - 14;
+    const double centre = y + h / 2;
+    const HitRect* hover = hovered();
+    const bool hot = hover && hover->what == Hit::ResultDismiss;
+    set_color(hot ? m_palette.danger : m_palette.secondary, 1);
+    cairo_set_line_width(m_cr, 1.8);
+    for (const double slope : {-kHalf, kHalf}) {
+        cairo_move_to(m_cr, middle - kHalf, centre - slope);
+        cairo_line_to(m_cr, middle + kHalf, centre + slope);
+    }
+    cairo_stroke(m_cr);
+    add_hit(right - kHitW, y, kHitW, h, Hit::ResultDismiss);
 }

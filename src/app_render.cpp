@@ -180,7 +180,7 @@ void App::draw_all() {
     draw_bridge(l.bridge_x, l.pane_y, l.bridge_w, l.pane_h);
     draw_status_bar(l.status_y, l.width);
     if (l.progress_h > 0)
-        draw_progress(l.progress_y, l.width);
+        draw_progress(l.progress_y, l.progress_h);
     draw_menu_bar();
     if (m_open_menu >= 0)
         draw_open_menu();

@@ -30,6 +30,7 @@ class AppKeys : public AppTest {
         put_cursor_on("taken");
         key(GDK_KEY_F5);
         ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
+        app().m_conflict_deaf_until = 0;  // as after a quarter of a second
         frame();
     }
 };
@@ -600,32 +601,14 @@ TEST_F(AppKeys, alt_and_a_letter_answer_a_conflict) {
     start();
     for (const Case& c : {Case{GDK_KEY_o, "Alt+O → ConflictOverwrite", "new"},
                           Case{GDK_KEY_k, "Alt+K → ConflictSkip", "old"},
-                          Case{GDK_KEY_S, "Alt+S → ConflictCancel", "old"},
-                          Case{GDK_KEY_e, "Alt+E → ConflictRenameNew", "old"},
-                          Case{GDK_KEY_r, "Alt+R → ConflictRenameExisting", "new"},
-                          Case{GDK_KEY_n, "Alt+N → ConflictOverwriteIfNewer", nullptr}}) {
+                          Case{GDK_KEY_S, "Alt+S → ConflictCancel", "old"}}) {
         open_conflict();
         key(c.keyval, GDK_MOD1_MASK);
         ASSERT_TRUE(settle());
         EXPECT_TRUE(logged(std::string("dialog accel: ") + c.action)) << c.action;
-        if (c.target) {
-            EXPECT_EQ(read_file(right() + "/taken"), c.target) << c.action;
-        }
+        EXPECT_EQ(read_file(right() + "/taken"), c.target) << c.action;
         app().close_overlay();
     }
-}
-
-TEST_F(AppKeys, alt_d_ticks_the_box_and_the_dialogue_stays) {
-    start();
-    open_conflict();
-    key(GDK_KEY_d, GDK_MOD1_MASK);
-    EXPECT_TRUE(app().m_conflict_apply_all);
-    EXPECT_EQ(app().m_overlay, App::Overlay::Conflict);
-    shot("conflict-all");
-    key(GDK_KEY_d, GDK_MOD1_MASK);
-    EXPECT_FALSE(app().m_conflict_apply_all);
-    key(GDK_KEY_Escape);
-    ASSERT_TRUE(settle());
 }
 
 TEST_F(AppKeys, a_letter_without_alt_or_without_a_choice_is_swallowed) {
@@ -668,6 +651,7 @@ TEST_F(AppKeys, the_letters_of_a_closed_dialogue_do_not_act_on_the_next) {
     app().handle_key(&event);  // before any frame
     EXPECT_FALSE(copy_engine::instance().snapshot().cancelled);
     ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
+    app().m_conflict_deaf_until = 0;
     key(GDK_KEY_Escape);
     ASSERT_TRUE(settle());
 }

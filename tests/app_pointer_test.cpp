@@ -102,6 +102,7 @@ TEST_F(AppPointer, the_choices_of_a_conflict_can_be_clicked) {
     put_cursor_on("a");
     click(hit(App::Hit::BridgeCopy));
     ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
+    app().m_conflict_deaf_until = 0;  // as after a quarter of a second
     frame();
     click(hit(App::Hit::Overlay, static_cast<int>(Action::ConflictToggleAll)));
     EXPECT_TRUE(app().m_conflict_apply_all);
@@ -527,6 +528,7 @@ TEST_F(AppPointer, the_cancel_button_of_the_band_cancels_the_transfer) {
     frame();
     ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
     // Below the question, which is answered first.
+    app().m_conflict_deaf_until = 0;
     frame();
     click(hit(App::Hit::ProgressCancel));
     EXPECT_TRUE(App::busy());
