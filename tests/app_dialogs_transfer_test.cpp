@@ -572,13 +572,21 @@ TEST(ElevatableFailures, count_what_a_fresh_look_at_the_engine_finds) {
     ASSERT_EQ(chmod(to.path().c_str(), 0755), 0);
     as_user::give(from.path());
     EXPECT_TRUE(as_user::run([&] {
-        const App app;
+        App app;
         EXPECT_EQ(app.elevatable_failures(), 0);
         (void)test_env::run_engine(
             copy_engine::instance(),
             {.sources = {from / "a", from / "b", from / "pipe"}, .target = to.path()});
         EXPECT_EQ(copy_engine::instance().snapshot().failures_total, 3U);
         EXPECT_EQ(app.elevatable_failures(), 2);
+        // Whether anything can be done about them is asked as their list is opened.
+        setenv("SNAP", "/snap/x", 1);
+        app.m_can_elevate = true;
+        app.open_overlay(App::Overlay::Message, "");
+        EXPECT_TRUE(app.m_can_elevate);
+        app.open_overlay(App::Overlay::Errors, "");
+        EXPECT_FALSE(app.m_can_elevate);
+        EXPECT_EQ(app.m_why_not_elevate, tr("elevate.sandboxed"));
     }));
 }
 
@@ -698,8 +706,8 @@ TEST_F(Questions, escape_skips_one_and_return_answers_nothing) {
     EXPECT_EQ(count_on_the_right("old", kFiles), kFiles);
 }
 
-TEST_F(Questions, alt_and_a_letter_of_the_upper_row_does_nothing) {
-    ask(1);
+TEST_F(Questions, alt_and_a_letter_of_the_upper_row_answers_nothing_of_it) {
+    ask(2);
     wait_for_hand();
     for (const guint letter : {GDK_KEY_e, GDK_KEY_r, GDK_KEY_n, GDK_KEY_d}) {
         key(letter, GDK_MOD1_MASK);
@@ -707,9 +715,15 @@ TEST_F(Questions, alt_and_a_letter_of_the_upper_row_does_nothing) {
         EXPECT_TRUE(engine().conflict.pending) << letter;
         EXPECT_FALSE(app().m_conflict_apply_all) << letter;
     }
+    // The first letter of "Keep both" is what "Skip" is left with.
+    key(GDK_KEY_k, GDK_MOD1_MASK);
+    EXPECT_TRUE(logged("dialog accel: Alt+K → ConflictSkip"));
+    ASSERT_TRUE(wait_for_question());
+    wait_for_hand();
     key(GDK_KEY_o, GDK_MOD1_MASK);
     ASSERT_TRUE(settle());
-    EXPECT_EQ(count_on_the_right("new", 1), 1);
+    EXPECT_EQ(names(true), (std::vector<std::string>{"..", "0", "1"}));
+    EXPECT_EQ(count_on_the_right("new", 2), 1);
 }
 
 // A key or a click meant for what was there before must not answer.
@@ -828,7 +842,10 @@ TEST_F(Questions, dismissing_a_result_ends_the_hold) {
     start();
     app().perform(Action::SelectAll, 0);
     app().perform(Action::CopyToOther, 0);
+    const double before = App::now_seconds();
     ASSERT_TRUE(settle());
+    EXPECT_GE(app().m_progress_hold_until, before + 2.5);
+    EXPECT_LE(app().m_progress_hold_until, App::now_seconds() + 2.5);
     frame();
     EXPECT_EQ(app().m_layout.progress_h, 76);
     shot("result-held");
