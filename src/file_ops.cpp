@@ -38,7 +38,7 @@ namespace {
 bool is_another_case(const std::string& dir, const std::string& name, const std::string& current) {
     const fsops::Stat a = fsops::lstat_path(su::join_path(dir, name));
     const fsops::Stat b = fsops::lstat_path(su::join_path(dir, current));
-    if (current.empty() || !a.exists || a.device != b.device || a.inode != b.inode)
+    if (!a.exists || a.device != b.device || a.inode != b.inode)
         return false;
     const fsops::RawListing listing = fsops::list_dir_raw(dir);
     for (const fsops::RawEntry& entry : listing.entries)
@@ -357,7 +357,7 @@ class Delete {
         int64_t total = 0;
         for (const std::string& path : m_paths) {
             if (!m_reporter.keep_going())
-                return;
+                break;
             const fsops::TreeSize size =
                 fsops::measure_tree(path, [this] { return m_reporter.keep_going(); }, {});
             m_counts.push_back(size.files + size.dirs);
@@ -389,7 +389,7 @@ class Delete {
         if (has_record && !fsops::exists(path))
             remove_trash_record(su::basename_of(path));
         // So that the bar does not stall on failures.
-        if (m_reporter.keep_going() && removed < m_counts[i]) {
+        if (removed < m_counts[i]) {
             m_reporter.advance(m_counts[i] - removed);
             m_still_there += m_counts[i] - removed;
         }

@@ -413,6 +413,47 @@ TEST_F(AppFileOps, without_a_terminal_a_message_says_so) {
     expect_message("Caution", "No terminal program was found on this system.", true);
 }
 
+// --- Opening ------------------------------------------------------------------------------------
+
+TEST_F(AppFileOps, the_logs_file_is_opened_by_its_program_or_a_message_says_that_there_is_none) {
+    const std::string apps = test_env::root() + "/home/.local/share/applications";
+    std::filesystem::remove_all(apps);
+    start();
+    app().perform(Action::LogOpenFile, 0);
+    expect_message("Caution", "No program answered for this file.", true);
+    app().close_overlay();
+
+    const std::string seen = test_env::root() + "/opened-log";
+    const std::string script = test_env::root() + "/open-log.sh";
+    write_file(script,
+               "#!/bin/sh\necho \"$1\" > " + seen + ".tmp\nmv " + seen + ".tmp " + seen + "\n",
+               0755);
+    make_dirs(apps);
+    write_file(apps + "/log.desktop",
+               "[Desktop Entry]\nType=Application\nName=Log\nExec=" + script + " %f\n");
+    write_file(apps + "/mimeapps.list", "[Default Applications]\ntext/plain=log.desktop\n"
+                                        "text/x-log=log.desktop\n"
+                                        "application/octet-stream=log.desktop\n");
+    // The desktop's table of programs is read again some time after it has changed.
+    ASSERT_TRUE(pump_until([&] {
+        app().perform(Action::LogOpenFile, 0);
+        return app().m_overlay == App::Overlay::None || (app().close_overlay(), false);
+    }));
+    ASSERT_TRUE(pump_until([&] { return exists(seen); }));
+    EXPECT_EQ(test_env::read_file(seen), Log::instance().file_path() + "\n");
+    std::filesystem::remove_all(apps);
+}
+
+TEST_F(AppFileOps, the_owners_command_does_nothing_by_itself) {
+    write_file(left() + "/a", "x");
+    start();
+    mark("a");
+    app().perform(Action::OwnerApply, 0);
+    EXPECT_TRUE(logged("action: OwnerApply [" + left() + "]"));
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
+    EXPECT_EQ(test_env::lstat_of(left() + "/a").st_uid, geteuid());
+}
+
 // --- The count of a folder ----------------------------------------------------------------------
 
 namespace {

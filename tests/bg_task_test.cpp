@@ -153,7 +153,6 @@ TEST(bg_task, a_start_forgets_all_of_the_task_before) {
     }));
     task.cancel();
     ASSERT_TRUE(wait_until([&task] { return !task.is_running(); }));
-    task.reap();
     EXPECT_TRUE(task.snapshot().cancelled);
     std::atomic<bool> go{false};
     ASSERT_TRUE(task.start(Kind::Pack, "two", [&go](BgTask::Reporter& reporter) {

@@ -222,10 +222,23 @@ TEST_F(DeleteTask, nothing_goes_when_it_is_cancelled_while_it_counts) {
             return shim::go();
         },
         shim::path_ends(1, "a"));
-    const BgTask::Status status = deleted({m_dir / "tree", m_dir / "file"});
+    int further = 0;
+    for (const char* folder : {"b", "second"})
+        shim::rule(
+            SYS_openat,
+            [&further](const shim::Call&) {
+                ++further;
+                return shim::go();
+            },
+            shim::path_ends(1, folder));
+    const BgTask::Status status = deleted({m_dir / "tree", m_dir / "second", m_dir / "file"});
     shim::clear();
     EXPECT_TRUE(status.cancelled);
     EXPECT_EQ(status.done, 0);
+    // The folder, the one in it, and perhaps the file beside that.
+    EXPECT_GE(status.total, 2);
+    EXPECT_LE(status.total, 3);
+    EXPECT_EQ(further, 0);
     EXPECT_TRUE(exists(m_dir / "tree/1"));
     EXPECT_TRUE(exists(m_dir / "file"));
     EXPECT_EQ(test_env::logged_with("delete PERMANENTLY"), 0);

@@ -132,6 +132,13 @@ TEST(FileNames, two_links_to_one_file_are_two_names) {
     EXPECT_EQ(validate_name(dir.path(), "A", "a"), kTaken);
     EXPECT_EQ(rename_entry(dir / "a", "A"), kTaken);
     EXPECT_EQ(names_in(dir.path()), "A a");
+    // A folder that does not let itself be read cannot say, so they are taken for two.
+    as_user::give(dir.path());
+    EXPECT_TRUE(as_user::run([&] {
+        chmod(dir.path().c_str(), 0300);
+        EXPECT_EQ(validate_name(dir.path(), "A", "a"), kTaken);
+        chmod(dir.path().c_str(), 0700);
+    }));
 }
 
 // --- Where A and a are one name -----------------------------------------------------------------

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 using test_env::lstat_of;
 using test_env::make_dirs;
@@ -161,6 +162,27 @@ TEST_F(RightsTest, an_entry_swapped_for_a_link_in_between_leads_nowhere) {
     shim::clear();
     EXPECT_EQ(mode_of(m_dir / "outside"), 0600U);
     EXPECT_EQ(mode_of(m_dir / "taken/inside"), 0600U);
+}
+
+TEST_F(RightsTest, an_owner_is_not_given_to_what_a_link_in_between_points_to) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root may give a file away (needs root)";
+    REQUIRE_SHIM(SYS_fchownat);
+    bool swapped = false;
+    shim::rule(
+        SYS_fchownat,
+        [&](const shim::Call&) {
+            if (!std::exchange(swapped, true)) {
+                std::remove((m_dir / "tree/file").c_str());
+                (void)!symlink("../outside", (m_dir / "tree/file").c_str());
+            }
+            return shim::go();
+        },
+        shim::path_ends(1, "file"));
+    EXPECT_EQ(set_owner(m_dir / "tree", "nobody", "", true), "");
+    shim::clear();
+    EXPECT_TRUE(swapped);
+    EXPECT_EQ(lstat_of(m_dir / "outside").st_uid, 0U);
 }
 
 // --- Owner --------------------------------------------------------------------------------------

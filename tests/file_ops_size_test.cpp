@@ -6,8 +6,13 @@
 #include "test_env.h"
 #include "wait_until.h"
 
+#include <atomic>
+#include <chrono>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using file_ops::folder_size::Status;
@@ -73,7 +78,9 @@ TEST(FolderSize, without_a_thread_the_count_is_empty_and_incomplete) {
     folder_size::start("/");
     shim::clear();
     EXPECT_EQ(count_text(folder_size::snapshot()), "0 bytes, 0 files, 0 dirs, incomplete");
+    const auto before = std::chrono::steady_clock::now();
     folder_size::cancel();  // there is nobody to wait for
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(400));
 }
 
 // The worker stands at a subfolder that does not answer. What it has counted until then is shown;
@@ -82,11 +89,19 @@ class SizingHeldUp : public ::testing::Test {
   protected:
     void SetUp() override {
         REQUIRE_SHIM(SYS_openat);
-        make_dirs(m_dir / "held");
+        make_dirs(m_dir / "held/deeper");
         for (int i = 0; i < 100; ++i)
             write_file(m_dir / std::to_string(i), "12");
         shim::rule(
             SYS_openat, [](const shim::Call&) { return shim::wait(); }, shim::path_ends(1, "held"));
+        shim::rule(
+            SYS_openat,
+            [this](const shim::Call&) {
+                ++m_deeper;
+                return shim::go();
+            },
+            shim::path_ends(1, "deeper"));
+        m_threads = threads();
         folder_size::start(m_dir.path());
         ASSERT_TRUE(shim::wait_waiting(1));
     }
@@ -95,7 +110,19 @@ class SizingHeldUp : public ::testing::Test {
         folder_size::cancel();
     }
 
+    static std::ptrdiff_t threads() {
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return std::distance(begin(tasks), end(tasks));
+    }
+    // The worker gets its answer, and goes as far as it will.
+    void let_it_end() {
+        shim::release();
+        EXPECT_TRUE(test_env::wait_until([this] { return threads() == m_threads; }));
+    }
+
     const TempDir m_dir;
+    std::ptrdiff_t m_threads = 0;  // before the worker
+    std::atomic<int> m_deeper{0};  // how often the folder behind the one that is held was opened
 };
 
 TEST_F(SizingHeldUp, the_count_is_seen_as_it_grows) {
@@ -107,6 +134,9 @@ TEST_F(SizingHeldUp, the_count_is_seen_as_it_grows) {
     EXPECT_LE(status.files, 64);
     EXPECT_EQ(status.bytes, status.files * 2);
     EXPECT_EQ(status.dirs, 1);
+    let_it_end();
+    EXPECT_EQ(m_deeper, 1);
+    EXPECT_EQ(count_text(folder_size::snapshot()), "200 bytes, 100 files, 3 dirs, done");
 }
 
 TEST_F(SizingHeldUp, an_abandoned_count_is_not_running_at_once_and_never_done) {
@@ -114,8 +144,8 @@ TEST_F(SizingHeldUp, an_abandoned_count_is_not_running_at_once_and_never_done) {
     folder_size::abandon();
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(100));
     EXPECT_FALSE(folder_size::snapshot().running);
-    shim::clear();
-    folder_size::cancel();
+    let_it_end();
+    EXPECT_EQ(m_deeper, 0);
     const Status status = folder_size::snapshot();
     EXPECT_FALSE(status.done);
     EXPECT_FALSE(status.running);
@@ -127,15 +157,25 @@ TEST_F(SizingHeldUp, a_new_count_does_not_wait_for_one_that_hangs) {
     write_file(other / "file", "1");
     EXPECT_EQ(count_text(counted(other.path())), "1 bytes, 1 files, 1 dirs, done");
     EXPECT_EQ(shim::waiting(), 1);
-    // Nor does the old one, when it goes on at last, add to what is shown.
-    shim::clear();
-    make_dirs(m_dir / "held");
+    // Nor does the old one, when it goes on at last, count on or add to what is shown.
+    let_it_end();
+    EXPECT_EQ(m_deeper, 0);
     EXPECT_EQ(count_text(folder_size::snapshot()), "1 bytes, 1 files, 1 dirs, done");
 }
 
 TEST_F(SizingHeldUp, cancel_waits_for_the_end_but_not_for_ever) {
+    const auto before = std::chrono::steady_clock::now();
     folder_size::cancel();  // it hangs: this comes back all the same
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
     EXPECT_EQ(shim::waiting(), 1);
+    // The end of one that does not hang is waited for.
+    std::thread helper([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        shim::release();
+    });
+    folder_size::cancel();
+    EXPECT_EQ(shim::waiting(), 0);
+    helper.join();
     EXPECT_FALSE(folder_size::snapshot().running);
 }
 

@@ -9,6 +9,7 @@
 #include "wait_until.h"
 
 #include <dlfcn.h>
+#include <functional>
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -23,14 +24,17 @@ using test_env::write_file;
 
 namespace {
 
-bool g_trash_tells_nothing = false;
+// What answers for the library with "it did not work", if anything.
+std::function<void()> g_failing_trash;
 
 }  // namespace
 
 // The library's own, unless a test wants an answer that it does not give.
 gboolean g_file_trash(GFile* file, GCancellable* cancellable, GError** error) {
-    if (g_trash_tells_nothing)
+    if (g_failing_trash) {
+        g_failing_trash();
         return FALSE;
+    }
     static const auto library =
         reinterpret_cast<decltype(&g_file_trash)>(dlsym(RTLD_NEXT, "g_file_trash"));
     return library(file, cancellable, error);
@@ -124,9 +128,23 @@ TEST(Trash, what_is_not_there_is_told_in_the_librarys_words) {
 }
 
 TEST(Trash, a_failure_without_a_reason_is_told_all_the_same) {
-    g_trash_tells_nothing = true;
+    g_failing_trash = [] {};
     EXPECT_EQ(file_ops::move_to_trash("/"), "Could not move it to the trash.");
-    g_trash_tells_nothing = false;
+    g_failing_trash = {};
+}
+
+TEST(Trash, what_could_not_go_is_not_told_as_gone_after_a_cancel) {
+    const TempDir dir(test_env::root() + "/home");
+    make_dirs(dir / "tree/sub");
+    write_file(dir / "file", "x");
+    g_failing_trash = [] { BgTask::instance().cancel(); };
+    const BgTask::Status status = trashed({dir / "tree", dir / "file"});
+    g_failing_trash = {};
+    EXPECT_TRUE(status.cancelled);
+    EXPECT_EQ(status.failures, std::vector<std::string>{"Could not move it to the trash."});
+    EXPECT_EQ(status.total, 3);
+    EXPECT_EQ(status.done, 0);
+    EXPECT_TRUE(exists(dir / "file"));
 }
 
 TEST(Trash, another_file_system_gets_a_trash_of_its_own) {
