@@ -354,7 +354,11 @@ TEST_F(Band, the_numbers_of_a_transfer_stand_in_a_row) {
     const std::string bytes =
         fmt::bytes(copy().bytes_done) + " / " + fmt::bytes(copy().bytes_total);
     expect_text("3 retried", end_of(bytes) + 18, kNumbers, 11, palette().warn);
-    copy().retried = 0;
+    copy().retried = copy().cloned = 1;
+    draw();
+    EXPECT_TRUE(shows("1 retried"));
+    EXPECT_TRUE(shows("1 instant (reflink)"));
+    copy().retried = copy().cloned = 0;
     copy().seconds_remaining = -1;
     draw();
     EXPECT_EQ(texts(), (std::vector<std::string>{"Cancel", "0 %", "8 threads",
@@ -563,7 +567,15 @@ TEST_F(Band, a_task_shows_its_title_its_count_and_what_it_is_at) {
     task().failures = {"a", "b"};
     draw();
     EXPECT_TRUE(shows("2 failed"));
-    EXPECT_TRUE(hit(App::Hit::ErrorBanner));
+    const App::HitRect* const failures = hit(App::Hit::ErrorBanner);
+    ASSERT_TRUE(failures);
+    // Where they need more room than that, the detail gives way.
+    task().failures.assign(500, "x");
+    I18n::instance().set_language("de");
+    draw();
+    const double pill_x = hit(App::Hit::ErrorBanner)->x;
+    ASSERT_LT(pill_x, kWidth - 90);
+    EXPECT_FALSE(has(palette().secondary, pill_x - 9, kDetail - 8, 9, 16));
 }
 
 // --- Between the end and the tick -------------------------------------------------------------
@@ -727,6 +739,7 @@ TEST_F(Result, its_cross_dismisses_it) {
 }
 
 TEST_F(Result, failures_lead_to_their_list) {
+    app().m_palette.danger_bg = "#00C000";  // far from the band's own
     result().failures = 1234567;
     const std::string text = "1234567 failed  ·  Details";
     for (const bool hot : {false, true}) {
