@@ -25,6 +25,7 @@
 #include "logger.h"
 #include "pane.h"
 #include "pane_columns.h"
+#include "text_cache.h"
 #include "theme.h"
 
 #include <cstdint>
@@ -342,7 +343,9 @@ class App {
     void stroke_rounded(double x, double y, double w, double h, double r, const std::string& color,
                         double alpha, double line_width);
     double text_width(const std::string& text, double size, bool bold, bool mono);
-    // y is the vertical centre of the line.
+    // y is the vertical centre of the line, here and below.
+    void show_layout(PangoLayout* layout, double x, double y, const std::string& color,
+                     double alpha);
     void draw_text(const std::string& text, double x, double y, double size,
                    const std::string& color, bool bold, bool mono, double alpha);
     void draw_text_right(const std::string& text, double right_x, double y, double size,
@@ -887,7 +890,8 @@ class App {
 
     // --- Fields: one frame (app_render.cpp). Produced by draw_frame(), read until the next. ----
 
-    cairo_t* m_cr = nullptr;      // null outside a frame
+    cairo_t* m_cr = nullptr;  // null outside a frame
+    TextCache m_texts;
     std::vector<HitRect> m_hits;  // in painting order: later is on top
     HitRect m_frame_hover;  // a copy of what was hovered as the frame began; kind None: nothing
     Layout m_layout;

@@ -17,76 +17,11 @@
 
 namespace {
 
-// One layout for all texts of a frame, since making one per text costs more than painting it. It is
-// dropped at the end of the frame: GTK reuses a context's address, so the address says nothing
-// about whether a layout of an earlier frame still fits.
-struct SharedLayout {
-    PangoLayout* layout = nullptr;
-    cairo_t* made_for = nullptr;
-    std::string family;  // what it is set to; empty: nothing yet
-    double size = 0;
-    bool bold = false;
-    std::string text;
-};
-
-SharedLayout g_shared;
-
-void drop_shared_layout() {
-    if (g_shared.layout)
-        g_object_unref(g_shared.layout);
-    g_shared = {};
-}
-
 std::string font_family(bool mono) {
     if (mono)
         return "monospace";
     const std::string& chosen = SettingsStore::instance().get().font_family;
     return chosen.empty() ? I18n::instance().ui_font_family() : chosen;
-}
-
-void set_font(PangoLayout* layout, const std::string& family, double size, bool bold) {
-    PangoFontDescription* font = pango_font_description_new();
-    pango_font_description_set_family(font, family.c_str());
-    pango_font_description_set_absolute_size(font, size * PANGO_SCALE);
-    if (bold)
-        pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
-    pango_layout_set_font_description(layout, font);
-    pango_font_description_free(font);
-}
-
-// A path may hold bytes that are no UTF-8, which Pango would complain about on standard error.
-void set_text(PangoLayout* layout, const std::string& text) {
-    if (g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) {
-        pango_layout_set_text(layout, text.c_str(), -1);
-        return;
-    }
-    char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
-    pango_layout_set_text(layout, valid, -1);
-    g_free(valid);
-}
-
-PangoLayout* layout_for(cairo_t* cr, const std::string& text, double size, bool bold, bool mono) {
-    if (g_shared.made_for != cr) {
-        drop_shared_layout();
-        g_shared.layout = pango_cairo_create_layout(cr);
-        g_shared.made_for = cr;
-        // A file name may hold a line end; it must not spill into the row below.
-        pango_layout_set_single_paragraph_mode(g_shared.layout, TRUE);
-    }
-    // Most texts are measured and then painted, and neighbours share a font. What is set anew is
-    // laid out anew.
-    std::string family = font_family(mono);
-    if (family != g_shared.family || size != g_shared.size || bold != g_shared.bold) {
-        set_font(g_shared.layout, family, size, bold);
-        g_shared.family = std::move(family);
-        g_shared.size = size;
-        g_shared.bold = bold;
-    }
-    if (text != g_shared.text) {
-        set_text(g_shared.layout, text);
-        g_shared.text = text;
-    }
-    return g_shared.layout;
 }
 
 struct HitName {
@@ -162,7 +97,7 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
     m_hits.clear();
     m_layout = compute_layout(pixel_w / m_ui_scale, pixel_h / m_ui_scale);
     draw_all();
-    drop_shared_layout();
+    m_texts.end_frame();
     cairo_restore(cr);
     m_cr = nullptr;
     place_input_method();
@@ -307,20 +242,25 @@ double App::text_width(const std::string& text, double size, bool bold, bool mon
     if (text.empty())
         return 0;
     int width = 0;
-    pango_layout_get_pixel_size(layout_for(m_cr, text, size, bold, mono), &width, nullptr);
+    pango_layout_get_pixel_size(m_texts.layout(m_cr, {text, font_family(mono), size, bold}), &width,
+                                nullptr);
     return width;
+}
+
+void App::show_layout(PangoLayout* layout, double x, double y, const std::string& color,
+                      double alpha) {
+    int height = 0;
+    pango_layout_get_pixel_size(layout, nullptr, &height);
+    set_color(color, alpha);
+    cairo_move_to(m_cr, x, y - height / 2.0);
+    pango_cairo_show_layout(m_cr, layout);
 }
 
 void App::draw_text(const std::string& text, double x, double y, double size,
                     const std::string& color, bool bold, bool mono, double alpha) {
     if (text.empty())
         return;
-    PangoLayout* layout = layout_for(m_cr, text, size, bold, mono);
-    int height = 0;
-    pango_layout_get_pixel_size(layout, nullptr, &height);
-    set_color(color, alpha);
-    cairo_move_to(m_cr, x, y - height / 2.0);
-    pango_cairo_show_layout(m_cr, layout);
+    show_layout(m_texts.layout(m_cr, {text, font_family(mono), size, bold}), x, y, color, alpha);
 }
 
 void App::draw_text_right(const std::string& text, double right_x, double y, double size,
@@ -338,16 +278,9 @@ double App::draw_text_clipped(const std::string& text, double x, double y, doubl
         draw_text(text, x, y, size, color, bold, mono, alpha);
         return width;
     }
-    PangoLayout* layout = layout_for(m_cr, text, size, bold, mono);
-    pango_layout_set_width(layout, static_cast<int>(max_w * PANGO_SCALE));
-    pango_layout_set_ellipsize(layout, PANGO_ELLIPSIZE_MIDDLE);
-    int height = 0;
-    pango_layout_get_pixel_size(layout, nullptr, &height);
-    set_color(color, alpha);
-    cairo_move_to(m_cr, x, y - height / 2.0);
-    pango_cairo_show_layout(m_cr, layout);
-    pango_layout_set_width(layout, -1);
-    pango_layout_set_ellipsize(layout, PANGO_ELLIPSIZE_NONE);
+    show_layout(m_texts.layout(m_cr, {text, font_family(mono), size, bold, TextCache::Lines::Middle,
+                                      static_cast<int>(max_w * PANGO_SCALE)}),
+                x, y, color, alpha);
     return max_w;
 }
 
@@ -355,23 +288,9 @@ double App::wrapped_text(const std::string& text, double x, double y, double max
                          const std::string* color, const char* family) {
     if (text.empty() || max_w <= 0)
         return 0;
-    PangoLayout* layout = layout_for(m_cr, text, size, false, false);
-    if (family) {
-        PangoFontDescription* font =
-            pango_font_description_copy(pango_layout_get_font_description(layout));
-        pango_font_description_set_family(font, family);
-        pango_layout_set_font_description(layout, font);
-        pango_font_description_free(font);
-        g_shared.family.clear();  // the next text sets its own again
-    }
-    pango_layout_set_single_paragraph_mode(layout, FALSE);
-    pango_layout_set_width(layout, static_cast<int>(max_w * PANGO_SCALE));
-    pango_layout_set_wrap(layout, PANGO_WRAP_WORD_CHAR);
-    // A path broken inside a word must not seem to hold a hyphen.
-    PangoAttrList* attributes = pango_attr_list_new();
-    pango_attr_list_insert(attributes, pango_attr_insert_hyphens_new(FALSE));
-    pango_layout_set_attributes(layout, attributes);
-    pango_attr_list_unref(attributes);
+    PangoLayout* layout =
+        m_texts.layout(m_cr, {text, family ? family : font_family(false), size, false,
+                              TextCache::Lines::Wrapped, static_cast<int>(max_w * PANGO_SCALE)});
     int height = 0;
     pango_layout_get_pixel_size(layout, nullptr, &height);
     if (color) {
@@ -379,11 +298,6 @@ double App::wrapped_text(const std::string& text, double x, double y, double max
         cairo_move_to(m_cr, x, y);
         pango_cairo_show_layout(m_cr, layout);
     }
-    // The next text finds the layout as layout_for() made it.
-    pango_layout_set_attributes(layout, nullptr);
-    pango_layout_set_wrap(layout, PANGO_WRAP_WORD);
-    pango_layout_set_width(layout, -1);
-    pango_layout_set_single_paragraph_mode(layout, TRUE);
     return height;
 }
 
@@ -416,12 +330,12 @@ size_t App::caret_at(const std::string& text, const PaintedField& field, double 
     cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_A8, 1, 1);
     cairo_t* const cr = cairo_create(surface);
     cairo_scale(cr, m_ui_scale, m_ui_scale);
-    PangoLayout* const layout = layout_for(cr, text, field.text_size, false, false);
+    TextCache texts;
+    PangoLayout* const layout = texts.layout(cr, {text, font_family(false), field.text_size});
     int at = 0;
     int after = 0;  // characters from there to the nearest edge
     pango_layout_xy_to_index(layout, static_cast<int>((x - field.text_x) * PANGO_SCALE), 0, &at,
                              &after);
-    drop_shared_layout();
     cairo_destroy(cr);
     cairo_surface_destroy(surface);
     size_t caret = static_cast<size_t>(at);
@@ -433,7 +347,7 @@ size_t App::caret_at(const std::string& text, const PaintedField& field, double 
 void App::paint_on(cairo_t* cr, const std::function<void()>& paint) {
     cairo_t* const before = std::exchange(m_cr, cr);
     paint();
-    drop_shared_layout();
+    m_texts.end_frame();
     m_cr = before;
 }
 

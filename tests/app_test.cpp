@@ -23,14 +23,14 @@ using copy_engine::ConflictAction;
 using test_env::write_file;
 
 // The command line alone; no window is needed for it.
-App parsed(const std::vector<std::string>& arguments) {
+std::unique_ptr<App> parsed(const std::vector<std::string>& arguments) {
     std::vector<std::string> words = {"ferrodeck"};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words)
         argv.push_back(word.data());
-    App app;
-    app.parse_arguments(static_cast<int>(argv.size()), argv.data());
+    auto app = std::make_unique<App>();
+    app->parse_arguments(static_cast<int>(argv.size()), argv.data());
     return app;
 }
 
@@ -39,32 +39,33 @@ std::string real_path(const std::string& path) {
 }
 
 TEST(AppArguments, each_known_key_is_stored) {
-    const App app = parsed({"--left=/a", "--right=/b", "--active=right", "--geometry=1x2+3+4",
-                            "--action=Refresh,About"});
-    EXPECT_EQ(app.m_arg_left, "/a");
-    EXPECT_EQ(app.m_arg_right, "/b");
-    EXPECT_EQ(app.m_arg_active, "right");
-    EXPECT_EQ(app.m_arg_geometry, "1x2+3+4");
-    EXPECT_EQ(app.m_arg_actions, "Refresh,About");
+    const std::unique_ptr<App> app = parsed({"--left=/a", "--right=/b", "--active=right",
+                                             "--geometry=1x2+3+4", "--action=Refresh,About"});
+    EXPECT_EQ(app->m_arg_left, "/a");
+    EXPECT_EQ(app->m_arg_right, "/b");
+    EXPECT_EQ(app->m_arg_active, "right");
+    EXPECT_EQ(app->m_arg_geometry, "1x2+3+4");
+    EXPECT_EQ(app->m_arg_actions, "Refresh,About");
 }
 
 TEST(AppArguments, everything_else_is_ignored_without_a_word) {
-    const App app = parsed({"/a", "--left", "-left=/a", "left=/a", "--Left=/a", "--left =/a",
-                            "--lef=/a", "--leftt=/a", "--=/a", "--", "-", ""});
-    EXPECT_EQ(app.m_arg_left, "");
-    EXPECT_EQ(app.m_arg_right, "");
+    const std::unique_ptr<App> app =
+        parsed({"/a", "--left", "-left=/a", "left=/a", "--Left=/a", "--left =/a", "--lef=/a",
+                "--leftt=/a", "--=/a", "--", "-", ""});
+    EXPECT_EQ(app->m_arg_left, "");
+    EXPECT_EQ(app->m_arg_right, "");
     EXPECT_TRUE(Log::instance().recent().empty());
 }
 
 TEST(AppArguments, the_value_begins_behind_the_first_equals_sign) {
-    EXPECT_EQ(parsed({"--left=/a=b=c"}).m_arg_left, "/a=b=c");
-    EXPECT_EQ(parsed({"--active==right"}).m_arg_active, "=right");
-    EXPECT_EQ(parsed({"--left="}).m_arg_left, "");
+    EXPECT_EQ(parsed({"--left=/a=b=c"})->m_arg_left, "/a=b=c");
+    EXPECT_EQ(parsed({"--active==right"})->m_arg_active, "=right");
+    EXPECT_EQ(parsed({"--left="})->m_arg_left, "");
 }
 
 TEST(AppArguments, a_later_argument_of_the_same_key_wins) {
-    EXPECT_EQ(parsed({"--left=/a", "--left=/b"}).m_arg_left, "/b");
-    EXPECT_EQ(parsed({"--left=/a", "--left="}).m_arg_left, "");
+    EXPECT_EQ(parsed({"--left=/a", "--left=/b"})->m_arg_left, "/b");
+    EXPECT_EQ(parsed({"--left=/a", "--left="})->m_arg_left, "");
 }
 
 TEST(AppArguments, folders_are_made_absolute) {
@@ -72,21 +73,21 @@ TEST(AppArguments, folders_are_made_absolute) {
     test_env::make_dirs(here / "sub/deep");
     ASSERT_EQ(chdir((here / "sub").c_str()), 0);
     const std::string sub = real_path(here / "sub");
-    EXPECT_EQ(parsed({"--left=deep"}).m_arg_left, sub + "/deep");
-    EXPECT_EQ(parsed({"--right=deep/"}).m_arg_right, sub + "/deep");
-    EXPECT_EQ(parsed({"--left=."}).m_arg_left, sub);
-    EXPECT_EQ(parsed({"--left=.."}).m_arg_left, su::parent_of(sub));
-    EXPECT_EQ(parsed({"--left=./deep/.."}).m_arg_left, sub);
-    EXPECT_EQ(parsed({"--left=not there"}).m_arg_left, sub + "/not there");
-    EXPECT_EQ(parsed({"--left=/"}).m_arg_left, "/");
-    EXPECT_EQ(parsed({"--left=/usr/"}).m_arg_left, "/usr");
-    EXPECT_EQ(parsed({"--left=/usr/../usr/."}).m_arg_left, real_path("/usr"));
+    EXPECT_EQ(parsed({"--left=deep"})->m_arg_left, sub + "/deep");
+    EXPECT_EQ(parsed({"--right=deep/"})->m_arg_right, sub + "/deep");
+    EXPECT_EQ(parsed({"--left=."})->m_arg_left, sub);
+    EXPECT_EQ(parsed({"--left=.."})->m_arg_left, su::parent_of(sub));
+    EXPECT_EQ(parsed({"--left=./deep/.."})->m_arg_left, sub);
+    EXPECT_EQ(parsed({"--left=not there"})->m_arg_left, sub + "/not there");
+    EXPECT_EQ(parsed({"--left=/"})->m_arg_left, "/");
+    EXPECT_EQ(parsed({"--left=/usr/"})->m_arg_left, "/usr");
+    EXPECT_EQ(parsed({"--left=/usr/../usr/."})->m_arg_left, real_path("/usr"));
     // Two ways to write one folder are one folder to the comparison of the sides.
-    EXPECT_EQ(parsed({"--left=/usr//share"}).m_arg_left, "/usr/share");
-    EXPECT_EQ(parsed({"--left=//usr///share//"}).m_arg_left, "/usr/share");
-    EXPECT_EQ(parsed({"--left=deep//not there"}).m_arg_left, sub + "/deep/not there");
+    EXPECT_EQ(parsed({"--left=/usr//share"})->m_arg_left, "/usr/share");
+    EXPECT_EQ(parsed({"--left=//usr///share//"})->m_arg_left, "/usr/share");
+    EXPECT_EQ(parsed({"--left=deep//not there"})->m_arg_left, sub + "/deep/not there");
     // The other values are no folders.
-    EXPECT_EQ(parsed({"--active=right"}).m_arg_active, "right");
+    EXPECT_EQ(parsed({"--active=right"})->m_arg_active, "right");
 }
 
 // A folder that was named through a link is shown by the name that the user gave.
@@ -94,7 +95,7 @@ TEST(AppArguments, a_link_is_not_resolved) {
     const test_env::TempDir here;
     test_env::make_dirs(here / "real");
     ASSERT_EQ(symlink("real", (here / "link").c_str()), 0);
-    EXPECT_EQ(parsed({"--left=" + (here / "link")}).m_arg_left, here / "link");
+    EXPECT_EQ(parsed({"--left=" + (here / "link")})->m_arg_left, here / "link");
 }
 
 TEST_F(AppTest, a_press_takes_the_focus_to_the_canvas) {

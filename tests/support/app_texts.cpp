@@ -10,6 +10,15 @@ namespace {
 
 std::vector<test_env::PaintedText> g_painted;
 double g_stretch = 1;
+size_t g_texts_set = 0;
+
+// A layout's text as it was given, since the program keeps layouts, and the stretch it has.
+struct Given {
+    std::string text;
+    double stretch = 1;
+};
+
+const char kGiven[] = "given-text";
 
 std::string source_color(cairo_t* cr, double& alpha) {
     double r = 0, g = 0, b = 0;
@@ -35,11 +44,23 @@ std::string stretched(const std::string& text) {
 extern "C" void pango_layout_set_text(PangoLayout* layout, const char* text, int length) {
     using Set = void (*)(PangoLayout*, const char*, int);
     static const auto set = reinterpret_cast<Set>(dlsym(RTLD_NEXT, "pango_layout_set_text"));
-    if (g_stretch == 1)
-        return set(layout, text, length);
-    const std::string longer =
-        stretched(length < 0 ? std::string(text) : std::string(text, static_cast<size_t>(length)));
-    set(layout, longer.c_str(), -1);
+    ++g_texts_set;
+    auto* const given = new Given{
+        length < 0 ? std::string(text) : std::string(text, static_cast<size_t>(length)), g_stretch};
+    g_object_set_data_full(G_OBJECT(layout), kGiven, given,
+                           [](gpointer old) { delete static_cast<Given*>(old); });
+    set(layout, g_stretch == 1 ? given->text.c_str() : stretched(given->text).c_str(), -1);
+}
+
+// Whoever paints a text measures it first.
+extern "C" void pango_layout_get_pixel_size(PangoLayout* layout, int* width, int* height) {
+    using Size = void (*)(PangoLayout*, int*, int*);
+    static const auto size =
+        reinterpret_cast<Size>(dlsym(RTLD_NEXT, "pango_layout_get_pixel_size"));
+    const auto* given = static_cast<const Given*>(g_object_get_data(G_OBJECT(layout), kGiven));
+    if (given && given->stretch != g_stretch)
+        pango_layout_set_text(layout, std::string(given->text).c_str(), -1);
+    size(layout, width, height);
 }
 
 extern "C" void pango_cairo_show_layout(cairo_t* cr, PangoLayout* layout) {
@@ -72,6 +93,10 @@ const std::vector<PaintedText>& painted_texts() {
 
 void forget_painted() {
     g_painted.clear();
+}
+
+size_t texts_laid_out() {
+    return g_texts_set;
 }
 
 void stretch_texts(double factor) {

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,10 @@ void forget_painted();
 // The last one with this text, or null.
 const PaintedText* painted_text(const std::string& text);
 
-// Makes every text that is laid out from now on that much longer: 1.4 for a language that needs
+// How many texts the process has given to a layout.
+size_t texts_laid_out();
+
+// Makes every text that is painted from now on that much longer: 1.4 for a language that needs
 // 40 % more room than English. 1 ends it.
 void stretch_texts(double factor);
 
