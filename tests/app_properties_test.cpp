@@ -229,6 +229,7 @@ TEST_F(AppProperties, a_folder_has_its_contents_and_a_box_that_a_file_has_not) {
 
 // The worker is held up at a subfolder that does not answer.
 TEST_F(AppProperties, while_a_folder_is_counted_its_size_is_a_lower_bound) {
+    REQUIRE_FRESH_PROCESS();
     REQUIRE_SHIM(SYS_openat);
     make_dirs(left() + "/folder/held");
     write_file(left() + "/folder/a", "12345");
@@ -280,6 +281,7 @@ TEST_F(AppProperties, while_a_folder_is_counted_its_size_is_a_lower_bound) {
 }
 
 TEST_F(AppProperties, what_cannot_be_read_leaves_the_size_a_lower_bound) {
+    REQUIRE_FRESH_PROCESS();
     REQUIRE_SHIM(SYS_openat);
     make_dirs(left() + "/folder/closed");
     write_file(left() + "/folder/a", "12345");
@@ -293,6 +295,7 @@ TEST_F(AppProperties, what_cannot_be_read_leaves_the_size_a_lower_bound) {
 }
 
 TEST_F(AppProperties, leaving_by_any_road_ends_the_counting) {
+    REQUIRE_FRESH_PROCESS();
     REQUIRE_SHIM(SYS_openat);
     make_dirs(left() + "/folder/held");
     start();
