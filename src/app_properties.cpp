@@ -75,7 +75,8 @@ void App::read_properties(const FsEntry& entry, const std::string& dir) {
         m_owner_caret[which] = m_owner_text[which].size();
 }
 
-// A new owner takes the set-user bit away, so the bits come second.
+// A new owner takes the set-user bit away, so the bits come second. What has not been edited, as
+// where there are no fields to edit it in, is left as it is.
 void App::apply_properties() {
     if (m_overlay != Overlay::Properties || !m_perm_editable)
         return;
@@ -83,9 +84,7 @@ void App::apply_properties() {
     const bool recursive = m_perm_recursive && m_properties.is_dir;
     const std::string user = m_owner_text[0] == m_properties.owner ? "" : m_owner_text[0];
     const std::string group = m_owner_text[1] == m_properties.group ? "" : m_owner_text[1];
-    std::string error;
-    if (m_owner_editable && !(user.empty() && group.empty()))
-        error = file_ops::set_owner(path, user, group, recursive);
+    std::string error = file_ops::set_owner(path, user, group, recursive);
     const std::string perm_error = file_ops::set_permissions(path, m_perm_edit, recursive);
     refresh_both();
     if (error.empty())

@@ -138,6 +138,20 @@ TEST_F(AppProperties, a_file_is_told_of_from_its_name_on) {
     EXPECT_EQ(fact("Free here").substr(fact("Free here").size() - 1), "B");
 }
 
+TEST_F(AppProperties, of_several_entries_it_is_the_first) {
+    write_file(left() + "/a", "1");
+    write_file(left() + "/b", "22");
+    write_file(left() + "/c", "333");
+    start();
+    put_cursor_on("c");
+    pane().select_all();
+    pane().toggle_selection(1);  // all but a
+    app().perform(Action::Properties, 0);
+    EXPECT_EQ(app().m_properties.name, "b");
+    EXPECT_EQ(app().m_properties.path, left() + "/b");
+    EXPECT_EQ(app().m_properties.size, 2);
+}
+
 TEST_F(AppProperties, dates_are_those_of_the_language_to_the_second) {
     write_file(left() + "/old", "x");
     const struct timespec times[] = {{1000000000, 0}, {1000000000, 0}};  // 9 September 2001

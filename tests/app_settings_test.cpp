@@ -131,6 +131,9 @@ class AppSettings : public PanePaint {
 TEST_F(AppSettings, it_opens_from_its_top_as_a_panel_of_500_by_478) {
     start();
     app().m_settings_scroll = 40;
+    app().perform(Action::SettingsWindow, 0);
+    EXPECT_EQ(app().m_settings_scroll, 0);
+    app().close_overlay();
     key(GDK_KEY_comma, GDK_CONTROL_MASK);
     EXPECT_EQ(app().m_overlay, Overlay::Settings);
     EXPECT_EQ(app().m_settings_scroll, 0);
@@ -261,6 +264,18 @@ TEST_F(AppSettings, each_control_shows_its_setting) {
     EXPECT_EQ(minus.label, "−");
     EXPECT_EQ(control(Action::SettingsScalePlus).label, "+");
     EXPECT_EQ(control(Action::SettingsToggleTrash).label, "Delete to trash");
+}
+
+TEST_F(AppSettings, the_name_of_a_language_is_cut_before_its_arrowhead) {
+    start();
+    settings().language = std::string(60, 'w');
+    open();
+    const PaintedText* painted = painted_text(settings().language);
+    ASSERT_NE(painted, nullptr);
+    EXPECT_TRUE(painted->cut);
+    EXPECT_EQ(painted->x, control(Action::SettingsLanguageOpen).x + 12);
+    EXPECT_LE(painted->width, 156);
+    EXPECT_GT(painted->width, 140);
 }
 
 TEST_F(AppSettings, controls_are_as_wide_as_their_texts_and_110_at_least) {
@@ -516,6 +531,16 @@ TEST_F(AppSettings, the_log_lists_its_choices_with_what_they_show) {
           "  option SettingsReset                Reset",
           "  option OverlayCancel                Close"})
         EXPECT_TRUE(logged(line)) << line;
+}
+
+// A worker waits for the answer; what the user was looking at does not come back.
+TEST_F(AppSettings, a_question_of_the_engine_takes_its_place) {
+    start();
+    open();
+    app().poll_conflict(true);
+    EXPECT_EQ(app().m_overlay, Overlay::Conflict);
+    app().poll_conflict(false);
+    EXPECT_EQ(app().m_overlay, Overlay::None);
 }
 
 // --- Room -------------------------------------------------------------------------------------
