@@ -323,6 +323,30 @@ TEST_F(AppLists, the_log_lists_what_can_be_picked) {
     EXPECT_TRUE(logged("  option ListItem#1                   " + App::font_families()[0]));
 }
 
+TEST_F(AppLists, a_long_name_is_cut_before_its_code) {
+    start();
+    settings().font_family = "DejaVu Sans Mono";
+    app().perform(Action::SettingsLanguageOpen, 0);
+    test_env::stretch_texts(2);
+    settings().font_scale = 200;
+    test_env::forget_painted();
+    frame(500, 600);  // narrower than a window can be, so that it happens
+    test_env::stretch_texts(1);
+    const App::HitRect first = row(1);
+    int cut = 0;
+    for (const PaintedText& text : painted_texts()) {
+        if (text.x != first.x + 34)
+            continue;
+        cut += text.cut ? 1 : 0;
+        for (const PaintedText& code : painted_texts()) {
+            if (code.size == 11 && code.y == text.y && code.x > text.x) {
+                EXPECT_LE(text.x + text.width, code.x) << text.text;
+            }
+        }
+    }
+    EXPECT_GT(cut, 0);
+}
+
 // --- Font -------------------------------------------------------------------------------------
 
 TEST_F(AppLists, the_families_are_read_once_and_sorted) {

@@ -259,6 +259,13 @@ TEST_F(AppProperties, while_a_folder_is_counted_its_size_is_a_lower_bound) {
         EXPECT_EQ(fact(tr("prop.size")).find(std::string(tr("prop.at_least")) + " "), 0U);
     }
     I18n::instance().set_language("en");
+    // A file does not care.
+    app().m_properties.is_dir = false;
+    paint();
+    EXPECT_EQ(fact("Size"), "0 B");
+    const App::Rect of_file = app().m_overlay_panel;
+    EXPECT_EQ(at(of_file.x + of_file.w - 72, painted_text("Size")->y), palette().bar);
+    app().m_properties.is_dir = true;
     // The dot beats in the size's row, between a fifth and the whole of its colour.
     look("light", 200);
     const App::Rect panel = app().m_overlay_panel;
@@ -675,7 +682,9 @@ TEST_F(AppProperties, the_owners_fields_take_clicks_and_keys) {
     app().handle_click(group.x + group.w - 3, group.y + 10, 1, 0, 1);
     EXPECT_EQ(app().m_owner_caret[1], app().m_owner_text[1].size());
     EXPECT_EQ(app().focused_field(), (App::FieldFocus{App::TextField::Owner, 1}));
-    // The scroll keys are the field's, and Escape leaves.
+    app().m_owner_editable = false;
+    EXPECT_EQ(app().focused_field(), App::FieldFocus{});
+    app().m_owner_editable = true;
     key(GDK_KEY_Escape);
     EXPECT_EQ(app().m_overlay, Overlay::None);
     EXPECT_EQ(app().focused_field(), App::FieldFocus{});

@@ -344,8 +344,20 @@ TEST_F(AppSettings, a_control_is_a_box_with_an_edge_of_one_pixel) {
             EXPECT_EQ(at(rect.x - 0.2, rect.y + 20), p.bar);
             expect_corner(rect.x, rect.y, 4, action_name(action));
         }
+        // A line at the inner end of either sign.
+        for (const Action action : {Action::SettingsThreadsMinus, Action::SettingsScaleMinus}) {
+            const App::HitRect minus = control(action);
+            const App::HitRect plus =
+                control(action == Action::SettingsThreadsMinus ? Action::SettingsThreadsPlus
+                                                               : Action::SettingsScalePlus);
+            EXPECT_EQ(at(minus.x + 29.3, minus.y + 4), p.control_edge);
+            EXPECT_EQ(at(minus.x + 28.7, minus.y + 4), p.control);
+            EXPECT_EQ(at(plus.x + 0.3, plus.y + 4), p.control_edge);
+            EXPECT_EQ(at(plus.x + 1.3, plus.y + 4), p.control);
+        }
         // The arrowhead.
         const App::HitRect language = control(Action::SettingsLanguageOpen);
+        EXPECT_FALSE(has(p.secondary, language.x + 100, language.y + 2, 68, 26));
         EXPECT_TRUE(has(p.secondary, language.x + 168, language.y + 8, 16, 14));
         EXPECT_FALSE(has(p.secondary, language.x + 184, language.y + 2, 4, 26));
         app().close_overlay();
@@ -628,6 +640,13 @@ TEST_F(AppSettings, the_rows_end_above_the_buttons_wherever_they_are_scrolled_to
         for (const int scroll : {0, 1, 20, 36, 90, last, last + 1000, -5}) {
             app().m_settings_scroll = scroll;
             const App::Rect panel = paint(1000, 700);
+            // The thumb goes along, in the margin.
+            const double margin = panel.x + panel.w - 10;
+            const double end = panel.y + panel.h - 46 - 4 - 4;
+            const std::string track = at(margin, scroll <= 0 ? end : panel.y + 46 + 4);
+            if (scroll <= 0 || scroll >= last) {
+                EXPECT_NE(at(margin, scroll <= 0 ? panel.y + 46 + 4 : end), track) << scroll;
+            }
             EXPECT_EQ(app().m_settings_scroll, std::clamp(scroll, 0, last));
             expect_no_overlap(std::to_string(scroll));
             const double foot = panel.y + panel.h - 46;
@@ -702,6 +721,20 @@ TEST_F(AppSettings, no_language_makes_its_texts_run_into_one_another) {
             }
         app().close_overlay();
     }
+}
+
+TEST_F(AppSettings, a_label_that_is_too_long_is_cut_before_its_control) {
+    start();
+    test_env::stretch_texts(2);
+    I18n::instance().set_language("de");
+    open();
+    expect_no_overlap("de");
+    const double x = app().m_overlay_panel.x + 20;
+    const size_t cut = static_cast<size_t>(
+        std::count_if(painted_texts().begin(), painted_texts().end(), [&](const PaintedText& text) {
+            return text.x == x && text.size == 12.5 && text.cut;
+        }));
+    EXPECT_GT(cut, 0U);
 }
 
 TEST_F(AppSettings, texts_40_percent_longer_do_not_run_into_one_another) {
