@@ -203,6 +203,7 @@ TEST_F(format, a_date_is_local_and_in_the_languages_order) {
         speak(c.code);
         EXPECT_EQ(fmt::date(t), c.text) << c.code;
         EXPECT_EQ(fmt::date_time(t), std::string(c.text) + " 12:13") << c.code;
+        EXPECT_EQ(fmt::date_time_seconds(t), std::string(c.text) + " 12:13:20") << c.code;
     }
     unsetenv("TZ");
     tzset();
@@ -215,6 +216,7 @@ TEST_F(format, what_is_no_date_is_empty) {
     EXPECT_EQ(fmt::date(kMax), "");  // no year that an int holds
     EXPECT_EQ(fmt::date(kMin), "");
     EXPECT_EQ(fmt::date_time(kMax), "");
+    EXPECT_EQ(fmt::date_time_seconds(kMax), "");
     EXPECT_EQ(fmt::date(-1), "12/31/69");
     EXPECT_EQ(fmt::date_time(0), "01/01/70 00:00");
     unsetenv("TZ");
