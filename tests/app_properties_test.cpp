@@ -649,12 +649,12 @@ TEST_F(AppProperties, the_owners_fields_take_clicks_and_keys) {
     app().m_owner_editable = true;
     app().m_owner_text[0] = "some";
     app().m_owner_text[1] = "body";
+    app().m_owner_caret[0] = app().m_owner_caret[1] = 4;
     paint();
     type("z");
     EXPECT_EQ(app().m_owner_text[0], "some") << "no field has the keyboard yet";
     key(GDK_KEY_Tab);
     EXPECT_EQ(app().m_owner_focus, 0);
-    app().m_owner_caret[0] = 4;
     type("one");
     EXPECT_EQ(app().m_owner_text[0], "someone");
     key(GDK_KEY_BackSpace);
