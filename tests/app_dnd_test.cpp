@@ -89,7 +89,11 @@ TEST_F(AppDnd, a_drop_on_a_folders_row_goes_into_it_and_elsewhere_into_the_panes
     for (const char* name : {"1", "2", "3", "4", "5"})
         write_file(from / name, name);
     start();
+    over(row("folder", true));
     EXPECT_TRUE(drop({from / "1"}, row("folder", true)));
+    EXPECT_FALSE(app().m_drag_active);
+    EXPECT_FALSE(app().m_drag_inside);
+    EXPECT_EQ(app().m_drag_row, -1);
     EXPECT_TRUE(app().m_transfer_was_running);
     ASSERT_TRUE(settle());
     EXPECT_TRUE(logged("drop: 1 item(s) -> " + r("folder") + " (copy, from outside)"));
@@ -483,19 +487,23 @@ TEST_F(AppDnd, a_press_and_little_motion_are_no_drag) {
     key(GDK_KEY_a, GDK_CONTROL_MASK);
     click(row(2));
     ASSERT_TRUE(app().m_press_pending);
+    // What is no drag hovers.
+    const auto hovers = [this](double by, guint state) {
+        app().m_hover = -1;
+        pull(by, by, state);  // in surface pixels, however large the interface is
+        return app().m_hover >= 0;
+    };
     for (const double by : {-8.0, 0.0, 8.0}) {
-        pull(by, by);  // in surface pixels, however large the interface is
+        EXPECT_TRUE(hovers(by, GDK_BUTTON1_MASK)) << by;
         EXPECT_TRUE(app().m_press_pending) << by;
     }
-    pull(30, 0, 0);
-    pull(30, 0, GDK_BUTTON2_MASK | GDK_BUTTON3_MASK);
+    EXPECT_TRUE(hovers(30, 0));
+    EXPECT_TRUE(hovers(30, GDK_BUTTON2_MASK | GDK_BUTTON3_MASK));
     EXPECT_TRUE(app().m_press_pending);
     EXPECT_FALSE(logged_prefix("drag: "));
-    EXPECT_EQ(app().m_hover, static_cast<int>(app().hit_test(app().m_mouse_x, app().m_mouse_y) -
-                                              app().m_hits.data()));
     app().handle_release();
     EXPECT_EQ(selected_names(), Names{"file1"});
-    pull(30, 0);
+    EXPECT_TRUE(hovers(30, GDK_BUTTON1_MASK));
     EXPECT_FALSE(app().m_drag_from_pane);
 }
 
@@ -510,7 +518,9 @@ TEST_F(AppDnd, what_cannot_be_dragged) {
         EXPECT_TRUE(app().m_press_pending);
         meanwhile();
         const Names before = selected_names();
+        app().m_hover = -1;
         pull(20, 0);
+        EXPECT_EQ(app().m_hover, -1) << name;  // the motion has had its meaning
         EXPECT_FALSE(app().m_press_pending) << name;
         EXPECT_FALSE(app().m_press_defer_select) << name;
         EXPECT_FALSE(app().m_drag_from_pane) << name;
@@ -776,7 +786,12 @@ TEST_F(RealDrag, several_rows_are_copied_to_the_other_side_and_stay_marked) {
     expect_no_dialogue();
     // The press marks the row, which is then what is dragged. The side is that of the press.
     app().m_active_right = true;
-    take(row("c"));
+    xdo(at(row("c")));
+    xdo("mousedown 1");
+    ASSERT_TRUE(pump_until([this] { return app().m_press_pending; }));
+    app().m_active_right = true;  // by a key
+    xdo(at(row("c").x + 100, row("c").y + 40));
+    ASSERT_TRUE(pump_until([this] { return app().m_drag_from_pane; }));
     EXPECT_EQ(app().m_drag_paths, Names{l("c")});
     EXPECT_FALSE(app().m_active_right);
     carry(area(true), GDK_ACTION_COPY);
@@ -849,6 +864,14 @@ TEST_F(RealDrag, one_that_is_broken_off_leaves_nothing_behind) {
     ASSERT_TRUE(pump_until([this] { return !app().m_drag_active; }));
     let_go();
     EXPECT_FALSE(exists(r("a")));
+    // The uppermost row is one like others where there is no folder above.
+    pump_until([] { return false; }, 0.7);
+    pane().navigate_to("/", true);
+    frame();
+    take(row(0));
+    EXPECT_EQ(app().m_drag_paths, Names{"/" + names()[0]});
+    xdo("key Escape");
+    let_go();
 }
 
 TEST_F(RealDrag, at_another_scale_it_lands_where_it_is_shown) {
@@ -903,7 +926,9 @@ TEST_F(RealDrag, one_that_cannot_begin_is_told_in_the_log) {
     event->motion.y = row("a").y + 40;
     gdk_event_set_device(
         event, gdk_seat_get_pointer(gdk_display_get_default_seat(gdk_display_get_default())));
+    (void)test_env::redraw_due(app().m_canvas);
     app().handle_motion(event->motion.x, event->motion.y, &event->motion);
+    EXPECT_TRUE(test_env::redraw_due(app().m_canvas));
     gdk_event_free(event);
     EXPECT_TRUE(logged("drag: 1 item(s) from " + left()));
     EXPECT_TRUE(logged("drag: gtk_drag_begin returned nothing — no drag started"));

@@ -3,6 +3,8 @@
 
 #include "app_fixture.h"
 
+#include "app_redraw.h"
+
 #include "faultfs.h"
 #include "logger.h"
 #include "settings.h"
@@ -228,13 +230,30 @@ TEST_F(AppKeys, f5_copies_and_f6_moves) {
 }
 
 TEST_F(AppKeys, a_key_without_meaning_does_and_says_nothing) {
+    write_file(left() + "/file", "x");
     start();
+    key(GDK_KEY_End);
     const size_t lines = log_lines().size();
     for (const guint keyval : std::initializer_list<guint>{
              GDK_KEY_F9, GDK_KEY_Insert, GDK_KEY_Shift_L, GDK_KEY_Super_L, GDK_KEY_VoidSymbol, 0})
         key(keyval);
     EXPECT_EQ(log_lines().size(), lines);
     EXPECT_EQ(app().m_overlay, App::Overlay::None);
+    EXPECT_EQ(cursor_name(), "file");
+}
+
+TEST_F(AppKeys, where_the_cursor_goes_is_painted) {
+    write_file(left() + "/file", "x");
+    start();
+    GdkEventKey event = {};
+    event.type = GDK_KEY_PRESS;
+    event.window = gtk_widget_get_window(app().m_window);
+    for (const guint keyval : std::initializer_list<guint>{GDK_KEY_Down, GDK_KEY_Up}) {
+        event.keyval = keyval;
+        (void)test_env::redraw_due(app().m_canvas);
+        app().handle_key(&event);
+        EXPECT_TRUE(test_env::redraw_due(app().m_canvas)) << keyval;
+    }
 }
 
 TEST_F(AppKeys, gtk_never_sees_a_key) {

@@ -143,8 +143,14 @@ TEST_F(AppLog, an_empty_log_says_so) {
     app().open_overlay(Overlay::LogView, "Log");
     paint();
     Log::instance().clear();
-    paint();
-    EXPECT_NE(painted_text("Nothing logged yet."), nullptr);
+    const App::Rect panel = paint();
+    const PaintedText* const text = painted_text("Nothing logged yet.");
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(text->x, panel.x + 26);
+    EXPECT_EQ(text->size, 11);
+    EXPECT_EQ(text->color, app().m_palette.secondary);
+    EXPECT_EQ(text->alpha, 1);
+    EXPECT_NE(text->family, "monospace");
     Log::infof("something");
     paint();
     EXPECT_EQ(painted_text("Nothing logged yet."), nullptr);
@@ -179,6 +185,11 @@ TEST_F(AppLog, the_first_tool_is_marked_while_every_file_is_logged) {
     EXPECT_TRUE(logged("debug logging ON"));
     paint();
     EXPECT_NE(painted_text("Every file")->color, plain);
+    // As a lamp that is on.
+    const App::HitRect tool = hit(App::Hit::Overlay, static_cast<int>(Action::LogToggleDebug));
+    EXPECT_EQ(at(tool.x + 7, tool.y + 12), app().m_palette.accent);
+    EXPECT_NE(at(tool.x + 7, tool.y + 16), app().m_palette.accent);
+    EXPECT_NE(at(tool.x + 7, tool.y + 8), app().m_palette.accent);
     click(hit(App::Hit::Overlay, static_cast<int>(Action::LogToggleDebug)));
     EXPECT_FALSE(Log::instance().debug());
     EXPECT_TRUE(logged("debug logging off"));
@@ -704,6 +715,20 @@ TEST_F(AppBookmarks, the_row_under_the_pointer_is_lit) {
     EXPECT_EQ(pixel(x, y), app().m_palette.control_hover);
     EXPECT_NE(pixel(x, y), before);
     EXPECT_EQ(pixel(x, y - 30), before);
+    // Its ribbon has a notch below. What stands beside the list is painted too.
+    const double centre = row.y + 15;
+    for (const double dx : {15.0, 18.5, 22.0})
+        EXPECT_EQ(at(row.x + dx, centre - 5), app().m_palette.accent) << dx;
+    EXPECT_NE(at(row.x + 13, centre - 5), app().m_palette.accent);
+    EXPECT_NE(at(row.x + 18, centre + 6), app().m_palette.accent);
+    EXPECT_EQ(at(row.x + 14, centre + 4), app().m_palette.accent);
+    const App::HitRect close = hit(App::Hit::Overlay, static_cast<int>(Action::OverlayCancel));
+    EXPECT_TRUE(painted(static_cast<int>(close.x), static_cast<int>(close.y),
+                        static_cast<int>(close.w), static_cast<int>(close.h)));
+    // The first row is number 0.
+    const App::HitRect first = hit(App::Hit::ListItem, 0);
+    app().handle_motion(first.x + 50, first.y + 15);
+    EXPECT_EQ(app().m_list_hover, 0);
     // The cross belongs to its row.
     const App::HitRect cross = cross_of(2);
     app().handle_motion(cross.x + 5, cross.y + 5);

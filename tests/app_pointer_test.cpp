@@ -826,6 +826,27 @@ TEST_F(AppPointer, motion_without_a_change_paints_nothing) {
     EXPECT_FALSE(test_env::redraw_due(canvas));
 }
 
+TEST_F(AppPointer, what_a_click_does_is_painted) {
+    start_with_files(3);
+    GtkWidget* const canvas = app().m_canvas;
+    const auto painted = [&](const App::HitRect& rect) {
+        (void)test_env::redraw_due(canvas);  // no event of the display comes in between
+        press(rect);
+        return test_env::redraw_due(canvas);
+    };
+    EXPECT_TRUE(painted(hit(App::Hit::PaneBanner, -1, 1)));
+    EXPECT_TRUE(painted(hit(App::Hit::PaneBackground, -1, 0)));
+    EXPECT_TRUE(painted(hit(App::Hit::ColumnResize, 0, 0)));
+}
+
+TEST_F(AppPointer, the_uppermost_row_is_clicked_like_any_other) {
+    start_with_files(3);
+    click_and_release(row(2));
+    click_and_release(row(0));
+    EXPECT_EQ(pane().cursor(), 0);
+    EXPECT_TRUE(selected_names().empty());
+}
+
 TEST_F(AppPointer, leaving_ends_the_hover) {
     start_with_files(3);
     app().handle_motion(row(1).x + 5, row(1).y + 5);

@@ -197,7 +197,14 @@ TEST(PaneColumns, only_links_tell_where_they_lead) {
     for (const FsEntry::Kind kind :
          {FsEntry::Kind::Symlink, FsEntry::Kind::SymlinkDir, FsEntry::Kind::BrokenSymlink}) {
         entry.kind = kind;
+        entry.link_target = "b";
         EXPECT_EQ(row_text(entry), "a → b");
+        // Letters that are written from right to left on one side of the arrow do not turn it.
+        entry.link_target = "\xd7\x90";
+        EXPECT_EQ(row_text(entry).rfind("\xe2\x80\x8e", 0), 0U);
+        std::swap(entry.name, entry.link_target);
+        EXPECT_EQ(row_text(entry).rfind("\xe2\x80\x8e", 0), 0U);
+        std::swap(entry.name, entry.link_target);
     }
 }
 

@@ -273,3 +273,10 @@ TEST_F(PaneRename, beginning_again_takes_the_new_cursor_row) {
     EXPECT_EQ(pane.rename_target(), 2);
     EXPECT_EQ(text(), "b|");
 }
+
+TEST_F(PaneRename, a_caret_that_is_moved_by_nothing_stays) {
+    begin("abc");
+    pane.rename_set_caret(2);
+    EXPECT_TRUE(pane.rename_move_caret(0));
+    EXPECT_EQ(text(), "ab|c");
+}

@@ -330,3 +330,34 @@ TEST_F(PaneTest, the_cursor_is_brought_into_view_by_the_shortest_way) {
         EXPECT_EQ(pane.scroll(), c.to) << c.scroll << " " << c.cursor << " " << c.visible;
     }
 }
+
+// The root has no parent row, so that any of its entries may be the first.
+TEST_F(PaneTest, a_remembered_name_may_be_that_of_the_first_row) {
+    pane.navigate_to("/", false);
+    ASSERT_GT(pane.entries().size(), 2U);
+    pane.set_cursor(2, false);
+    pane.remember_cursor_name(pane.entries()[0].name);
+    pane.reload(false);
+    EXPECT_EQ(pane.cursor(), 0);
+}
+
+TEST_F(PaneTest, without_rows_there_is_no_cursor_to_move) {
+    pane.navigate_to(folder / "not there", false);
+    ASSERT_TRUE(pane.entries().empty());
+    pane.set_cursor(0, true);
+    EXPECT_EQ(pane.cursor(), 0);
+    for (const Pane::Move move : {Pane::Move::Down, Pane::Move::Last, Pane::Move::PageUp}) {
+        pane.move_cursor(move, false, 5);
+        EXPECT_EQ(pane.cursor(), 0);
+    }
+    pane.extend_selection_to(3);
+    EXPECT_EQ(pane.cursor(), 0);
+    EXPECT_FALSE(pane.has_selection());
+}
+
+TEST_F(PaneTest, files_without_bytes_add_none_to_what_is_filtered) {
+    show({"a", "b", "c"});
+    pane.set_filter("a", false);
+    EXPECT_EQ(pane.listing().file_count, 1);
+    EXPECT_EQ(pane.listing().total_bytes, 0);
+}
