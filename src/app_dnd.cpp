@@ -316,8 +316,8 @@ bool App::drop_uris(const std::vector<std::string>& uris, double x, double y, bo
 }
 
 void App::refuse_drop() {
-    // A question that a worker waits for stays.
-    if (m_overlay == Overlay::Conflict)
+    // A question that a worker waits for stays, and so does what would be lost with its dialogue.
+    if (m_overlay == Overlay::Conflict || conflict_waits())
         flash_status(tr("dlg.busy_text"));
     else
         show_busy();

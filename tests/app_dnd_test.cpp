@@ -399,6 +399,20 @@ TEST_F(AppDnd, a_question_of_the_engine_is_not_taken_away_by_a_drop) {
     EXPECT_FALSE(exists(r("b")));
 }
 
+TEST_F(AppDnd, what_is_not_saved_is_not_lost_to_a_drop) {
+    write_file(l("a"), "x");
+    start();
+    app().open_overlay(App::Overlay::HexView, "t");
+    app().m_hex_unsaved = true;
+    frame();
+    EXPECT_TRUE(drop({l("a")}, area(true)));
+    EXPECT_EQ(app().m_overlay, App::Overlay::HexView);
+    EXPECT_TRUE(app().m_hex_unsaved);
+    EXPECT_EQ(app().m_flash_text, "Wait for the running operation to finish, or cancel it.");
+    EXPECT_FALSE(App::busy());
+    EXPECT_FALSE(exists(r("a")));
+}
+
 TEST_F(AppDnd, a_drop_while_a_transfer_runs_shows_the_busy_message_and_counts_as_finished) {
     make_dirs(l("from"));
     ASSERT_EQ(mkfifo(l("pipe").c_str(), 0600), 0);
