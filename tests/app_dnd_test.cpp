@@ -878,14 +878,6 @@ TEST_F(RealDrag, one_that_is_broken_off_leaves_nothing_behind) {
     ASSERT_TRUE(pump_until([this] { return !app().m_drag_active; }));
     let_go();
     EXPECT_FALSE(exists(r("a")));
-    // The uppermost row is one like others where there is no folder above.
-    pump_until([] { return false; }, 0.7);
-    pane().navigate_to("/", true);
-    frame();
-    take(row(0));
-    EXPECT_EQ(app().m_drag_paths, Names{"/" + names()[0]});
-    xdo("key Escape");
-    let_go();
 }
 
 TEST_F(RealDrag, at_another_scale_it_lands_where_it_is_shown) {
