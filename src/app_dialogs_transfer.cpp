@@ -17,6 +17,7 @@ namespace {
 constexpr double kCardH = 74;
 constexpr double kRowStep = 18;
 constexpr double kHalfRow = 9;
+constexpr double kReasonRoom = 15;  // of the box, from its bottom
 
 constexpr const char* kUnknown = "—";
 
@@ -130,8 +131,8 @@ void App::draw_overlay_errors(double x, double y, double w, double h) {
                       x + 20, y + 68, w - 40, 12.5, m_palette.danger, false, false);
     const bool elevatable = count_elevatable(m_frame_copy.failures) > 0;
     const bool told_why = elevatable && !m_can_elevate && !m_why_not_elevate.empty();
-    // The reason stands on the last row of the box, which the list leaves to it.
-    draw_failures({x + 16, y + 88, w - 32, h - 144}, told_why ? kRowStep : 0);
+    // The reason stands at the box's bottom, which the list leaves to it.
+    draw_failures({x + 16, y + 88, w - 32, h - 144}, told_why ? kReasonRoom : 0);
     if (told_why)
         draw_text_clipped(m_why_not_elevate, x + 20, y + h - 62, w - 40, 11, m_palette.dim, false,
                           false);
@@ -143,7 +144,7 @@ void App::draw_overlay_errors(double x, double y, double w, double h) {
     draw_buttons(x, y + h - 46, w, buttons);
 }
 
-// As many rows as fit, the last of which says when there are more.
+// As many rows as fit, the last of which says so when the next one would not.
 void App::draw_failures(const Rect& list, double left_free) {
     if (list.h <= 0)
         return;
@@ -154,8 +155,9 @@ void App::draw_failures(const Rect& list, double left_free) {
     const size_t count = failure_lines();
     double row_y = list.y + 14;
     for (size_t i = 0; i < count; ++i, row_y += kRowStep) {
-        const bool ends_list = i + 1 == count && row_y + kHalfRow <= bottom;
-        if (row_y + kRowStep > bottom && !ends_list) {
+        const bool last = i + 1 == count;
+        const double reaches = row_y + kHalfRow + (last ? 0 : kRowStep);
+        if (reaches > bottom) {
             draw_text(tr("dlg.errors_truncated"), list.x + 12, row_y, 11, m_palette.secondary,
                       false, false, 1);
             break;

@@ -70,7 +70,6 @@ void App::close_overlay() {
     forget_overlay_input();
     if (m_overlay == Overlay::Properties)
         file_ops::folder_size::abandon();
-    m_hex_unsaved = false;
     m_overlay = Overlay::None;
     request_redraw();
 }
