@@ -570,6 +570,7 @@ TEST_F(Errors, hold_together_in_every_language) {
 // --- With the engine --------------------------------------------------------------------------
 
 TEST(ElevatableFailures, count_what_a_fresh_look_at_the_engine_finds) {
+    REQUIRE_FRESH_PROCESS();
     if (geteuid() != 0)
         GTEST_SKIP() << "needs root, to make what a user may not touch";
     const test_env::TempDir from;
