@@ -151,6 +151,53 @@ TEST_F(Bridge, each_symbol_has_its_colour) {
     }
 }
 
+// A point of each, in the square of 26 that they are drawn in.
+TEST_F(Bridge, no_stroke_of_a_symbol_is_missing) {
+    REQUIRE_FRESH_PROCESS();
+    install({"tar", "foot"});
+    start_with_all_enabled();
+    look("light", 200);
+    const Palette& p = app().m_palette;
+    struct Strokes {
+        App::Hit what;
+        std::string color;
+        std::vector<std::pair<double, double>> points;
+    };
+    const std::vector<Strokes> all = {
+        {App::Hit::BridgeCopy,
+         p.accent,
+         {{15.5, 9}, {21, 15}, {15.5, 22}, {10, 20}, {6, 17}, {5, 10}, {10, 4}, {16, 5}}},
+        {App::Hit::BridgeMove, p.warn, {{10, 13}, {18, 10}, {18, 16}}},
+        {App::Hit::BridgePack,
+         p.archive_text,
+         {{13, 5}, {4, 7.5}, {22, 7.5}, {13, 10}, {6, 16}, {13, 22}, {20, 16}, {13, 14}}},
+        {App::Hit::BridgeRefresh, p.secondary, {{5, 13}, {13, 21}, {11, 3.25}, {11, 6.75}}},
+        {App::Hit::BridgeNewFolder,
+         p.exec_text,
+         {{4, 14}, {7, 6}, {11, 7.5}, {18, 9}, {22, 15}, {13, 21}, {13, 13}, {11, 15}}},
+        {App::Hit::BridgeDelete, p.danger, {{9, 9}, {17, 17}, {17, 9}, {9, 17}}},
+        {App::Hit::BridgeHex,
+         p.accent,
+         {{8, 6.5}, {4.5, 13}, {11.5, 13}, {8, 20.5}, {17, 7.5}, {18.5, 14}, {20.5, 20.5}}},
+        {App::Hit::BridgeTerminal,
+         p.secondary,
+         {{13, 5}, {3, 13}, {23, 13}, {13, 21}, {9, 11.25}, {9, 14.75}, {15.5, 17}}},
+        {App::Hit::BridgeSearch, p.secondary, {{4.5, 11.5}, {11.5, 4.5}, {11.5, 18.5}, {19, 19}}},
+        {App::Hit::BridgeTrash,
+         p.secondary,
+         {{5, 7}, {21, 7}, {13, 4}, {6.75, 14.5}, {13, 22}, {19.25, 14.5}, {11, 14.5}, {15, 14.5}}},
+    };
+    for (const Strokes& symbol : all) {
+        const App::HitRect rect = hit(symbol.what);
+        const auto covered = [&](double x, double y) {
+            return has(symbol.color, rect.x + 19 + x - 1, rect.y + y - 1, 2, 2);
+        };
+        for (const auto& [x, y] : symbol.points)
+            EXPECT_TRUE(covered(x, y)) << App::hit_name(symbol.what) << " " << x << " " << y;
+        EXPECT_FALSE(covered(0.5, 13)) << App::hit_name(symbol.what);
+    }
+}
+
 TEST_F(Bridge, the_move_points_where_the_arrow_above_does) {
     start_with_all_enabled();
     write_file(right() + "/there", "x");
