@@ -9,6 +9,7 @@
 #include "desktop_theme.h"
 #include "drives.h"
 #include "file_ops.h"
+#include "format.h"
 #include "fs_ops.h"
 #include "i18n.h"
 #include "logger.h"
@@ -537,8 +538,8 @@ void App::tick() {
     if (copying) {
         const std::string stalled = engine.watchdog_tick();
         if (!stalled.empty())
-            flash_status(
-                I18n::instance().trf("progress.stalled", su::basename_of(stalled).c_str()));
+            flash_status(I18n::instance().trf("progress.stalled",
+                                              fmt::embedded(su::basename_of(stalled)).c_str()));
     }
     const bool flashing = m_flash_until > 0 || m_reload_flash_until > 0;
     poll_progress_hold();

@@ -5,6 +5,7 @@
 #include "archive_ops.h"
 #include "bookmarks.h"
 #include "file_ops.h"
+#include "format.h"
 #include "fs_ops.h"
 #include "i18n.h"
 #include "logger.h"
@@ -616,10 +617,10 @@ void App::make_links() {
         const std::string goal = su::join_path(source.path(), entry->name);
         std::string error;
         if (fsops::exists(link)) {
-            error = tr("err.name_exists") + (": " + entry->name);
+            error = tr("err.name_exists") + (": " + fmt::embedded(entry->name));
         } else if (const std::string failure = fsops::make_symlink(goal, link); !failure.empty()) {
             Log::errorf("symlink %s -> %s failed: %s", link.c_str(), goal.c_str(), failure.c_str());
-            error = entry->name + ": " + failure;
+            error = fmt::embedded(entry->name) + ": " + failure;
         } else {
             Log::infof("symlink %s -> %s", link.c_str(), goal.c_str());
             ++made;
@@ -726,7 +727,7 @@ void App::open_bookmark(bool right) {
         return;
     const dir_lister::Listing probe = dir_lister::read(path, show_hidden());
     if (!probe.error.empty())
-        return show_error(path + ": " + probe.error);
+        return show_error(fmt::embedded(path) + ": " + probe.error);
     activate_side(right);
     pane_for(right).navigate_to(path, show_hidden());
     Log::infof("bookmark → %s (%s pane)", path.c_str(), right ? "right" : "left");

@@ -258,7 +258,7 @@ void App::draw_status_bar(double y, double w) {
     const dir_lister::Listing& listing = active_pane().listing();
     const std::string summary =
         I18n::instance().trf("status.folder_summary", listing.dir_count, listing.file_count) +
-        "  ·  " + fmt::bytes(listing.total_bytes);
+        "  ·  " + fmt::embedded(fmt::bytes(listing.total_bytes));
     draw_text_clipped(summary, 10, centre, std::min(note_x, side_x) - 8 - 10, 11,
                       m_palette.secondary, false, false);
 }
@@ -275,12 +275,12 @@ double App::draw_status_note(double y, double w, double right_end) {
     std::string note;
     if (asked)
         note = std::string(tr("conflict.headline")) + " " +
-               su::basename_of(m_frame_copy.conflict.target_path);
+               fmt::embedded(su::basename_of(m_frame_copy.conflict.target_path));
     else if (flashing)
         note = m_flash_text;
     else if (pane.has_selection())
         note = I18n::instance().trf("status.selected", pane.selected_count()) + "  ·  " +
-               fmt::bytes(pane.selected_bytes());
+               fmt::embedded(fmt::bytes(pane.selected_bytes()));
     const double room = 2 * (right_end - w / 2) - 16;
     if (note.empty() || room <= 0)
         return right_end;

@@ -78,7 +78,8 @@ void App::draw_drive_button(const Pane& pane, bool right, const Rect& button) {
                                              m_palette.text, false, false);
     const drives::Drive* const drive = drives::holder_of(m_frame_drives, pane.path());
     if (drive && drive->total_bytes > 0) {
-        const std::string space = fmt::bytes(drive->free_bytes) + " " + tr("label.free");
+        const std::string space =
+            fmt::embedded(fmt::bytes(drive->free_bytes)) + " " + tr("label.free");
         const double room = button.w - 10 - label_w - 10 - 22;
         if (text_width(space, 11, false, false) <= room)
             draw_text_right(space, button_end - 22, centre, 11, m_palette.secondary, false, false);
@@ -170,8 +171,9 @@ void App::draw_drive_row(int index, const Rect& row) {
 
     double room = row.w - kTextX - 10;
     if (drive.total_bytes > 0) {
-        const std::string numbers = fmt::bytes(drive.free_bytes) + " / " +
-                                    fmt::bytes(drive.total_bytes) + " " + tr("label.free");
+        const std::string numbers = fmt::embedded(fmt::bytes(drive.free_bytes)) + " / " +
+                                    fmt::embedded(fmt::bytes(drive.total_bytes)) + " " +
+                                    tr("label.free");
         const double left = room - 10 - text_width(numbers, 11, false, false);
         if (left >= kLeastName) {
             draw_text_right(numbers, row.x + row.w - 10, centre, 11, m_palette.secondary, false,

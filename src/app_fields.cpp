@@ -4,6 +4,7 @@
 #include "app.h"
 
 #include "dir_lister.h"
+#include "format.h"
 #include "logger.h"
 #include "paths.h"
 #include "strutil.h"
@@ -236,7 +237,7 @@ void App::commit_path_edit() {
         return end_path_edit();
     const dir_lister::Listing probe = dir_lister::read(path, show_hidden());
     if (!probe.error.empty()) {
-        m_path_error = path + ": " + probe.error;
+        m_path_error = fmt::embedded(path) + ": " + probe.error;
         Log::warnf("path rejected: %s", m_path_error.c_str());
         return request_redraw();
     }

@@ -216,11 +216,13 @@ void App::draw_transfer_detail(double centre, double room_end) {
         draw_text_clipped(tr("progress.measuring"), kEdge, centre, room_end - kEdge, 11,
                           m_palette.secondary, false, false);
     } else if (!p.stalled_path.empty()) {
-        draw_warning_pill(words.trf("progress.stalled", su::basename_of(p.stalled_path).c_str()),
-                          kEdge, centre, room_end - kEdge);
+        draw_warning_pill(
+            words.trf("progress.stalled", fmt::embedded(su::basename_of(p.stalled_path)).c_str()),
+            kEdge, centre, room_end - kEdge);
     } else if (p.space_short > 0) {
-        draw_warning_pill(words.trf("progress.no_space", fmt::bytes(p.target_free).c_str(),
-                                    fmt::bytes(p.bytes_total).c_str()),
+        draw_warning_pill(words.trf("progress.no_space",
+                                    fmt::embedded(fmt::bytes(p.target_free)).c_str(),
+                                    fmt::embedded(fmt::bytes(p.bytes_total)).c_str()),
                           kEdge, centre, room_end - kEdge);
     } else {
         draw_transfer_file(centre);

@@ -135,7 +135,8 @@ std::string App::property_size() const {
         return fmt::bytes(m_properties.size);
     const file_ops::folder_size::Status size = file_ops::folder_size::snapshot();
     const std::string text = fmt::bytes(size.bytes);
-    return size.running || size.incomplete ? tr("prop.at_least") + (" " + text) : text;
+    return size.running || size.incomplete ? tr("prop.at_least") + (" " + fmt::embedded(text))
+                                           : text;
 }
 
 // --- Painting ---------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "format.h"
 
 #include "i18n.h"
+#include "strutil.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -152,6 +153,13 @@ std::string date_time_seconds(int64_t t) {
 
 std::string date_time(int64_t t, const char* date_format) {
     return local_time(t, (std::string(date_format) + " %H:%M").c_str());
+}
+
+std::string embedded(const std::string& text) {
+    // From U+0590 on: what runs right to left, and the marks that turn a direction.
+    const bool turns = std::any_of(text.begin(), text.end(),
+                                   [](char c) { return static_cast<unsigned char>(c) >= 0xd6; });
+    return turns || I18n::instance().is_rtl() ? su::isolated(text) : text;
 }
 
 int saturated(int64_t number) {

@@ -36,6 +36,10 @@ namespace fmt {
 // Like date_time(), in a date format that the caller has looked up.
 [[nodiscard]] std::string date_time(int64_t t, const char* date_format);
 
+// A name, a path or a size as part of a sentence: isolated where its letters, or those around it,
+// run from right to left, so that neither takes the other's direction.
+[[nodiscard]] std::string embedded(const std::string& text);
+
 // The nearest int: what a "%d" of a translated text may be given.
 [[nodiscard]] int saturated(int64_t number);
 

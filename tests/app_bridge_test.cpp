@@ -9,6 +9,7 @@
 #include "format.h"
 #include "fresh_process.h"
 #include "i18n.h"
+#include "strutil.h"
 
 #include <cstdlib>
 
@@ -504,6 +505,22 @@ TEST_F(StatusBar, a_flash_stands_in_the_middle_and_fades_in_its_last_half_second
         EXPECT_EQ(app().m_flash_until, 0);
         EXPECT_EQ(painted_text("Something has happened"), nullptr);
         EXPECT_EQ(at(x, kBar + 12), p.bar);
+    }
+}
+
+TEST_F(StatusBar, a_size_keeps_its_direction_in_a_language_from_right_to_left) {
+    write_file(left() + "/a", std::string(2048, 'x'));
+    start();
+    app().m_flash_until = 0;
+    I18n::instance().set_language("ar");
+    for (const bool selected : {false, true}) {
+        if (selected)
+            pane().select_all();
+        test_env::forget_painted();
+        frame();
+        const std::string first = selected ? I18n::instance().trf("status.selected", 1)
+                                           : I18n::instance().trf("status.folder_summary", 0, 1);
+        EXPECT_NE(painted_text(first + "  ·  " + su::isolated(fmt::bytes(2048))), nullptr) << first;
     }
 }
 

@@ -5,6 +5,7 @@
 #include "as_user.h"
 #include "fresh_process.h"
 #include "settings.h"
+#include "strutil.h"
 
 #include <gdk/gdkkeysyms.h>
 
@@ -150,6 +151,15 @@ TEST_F(AppFields, a_folder_without_access_is_rejected_with_its_reason) {
         EXPECT_EQ(app().m_path_error, left() + "/closed: Permission denied");
         EXPECT_EQ(app().m_path_edit, 0);
     }));
+}
+
+TEST_F(AppFields, a_path_turns_no_word_of_its_reason) {
+    const std::string name = "turned\u202e";
+    start();
+    edit_path(name);
+    key(GDK_KEY_Return);
+    EXPECT_EQ(app().m_path_error,
+              su::isolated(left() + "/" + name) + ": No such file or directory");
 }
 
 TEST_F(AppFields, an_empty_path_field_closes_and_goes_nowhere) {

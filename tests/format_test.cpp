@@ -1,6 +1,7 @@
 #include "format.h"
 
 #include "i18n.h"
+#include "strutil.h"
 
 #include <gtest/gtest.h>
 
@@ -229,6 +230,17 @@ TEST_F(format, a_saturated_int_never_wraps) {
     EXPECT_EQ(fmt::saturated(kMax), 2147483647);
     EXPECT_EQ(fmt::saturated(int64_t{2147483648}), 2147483647);
     EXPECT_EQ(fmt::saturated(kMin), -2147483647 - 1);
+}
+
+TEST_F(format, what_stands_in_a_sentence_keeps_its_direction) {
+    const std::string begin = "\u2068";
+    const std::string end = "\u2069";
+    EXPECT_EQ(fmt::embedded("34 KB"), "34 KB");
+    EXPECT_EQ(fmt::embedded("/home/caf\u00e9/\u0436"), "/home/caf\u00e9/\u0436");
+    EXPECT_EQ(fmt::embedded("\u05d0"), begin + "\u05d0" + end);
+    EXPECT_EQ(fmt::embedded("a\u202e b"), su::isolated("a\u202e b"));
+    speak("ar");
+    EXPECT_EQ(fmt::embedded("34 KB"), begin + "34 KB" + end);
 }
 
 }  // namespace
