@@ -3,6 +3,7 @@
 
 #include "app_fixture.h"
 #include "app_texts.h"
+#include "fresh_process.h"
 
 #include "i18n.h"
 #include "logger.h"
@@ -186,6 +187,7 @@ TEST_F(AppDialogs, a_message_is_as_high_as_its_text) {
 }
 
 TEST_F(AppDialogs, the_errors_panel_grows_with_its_list) {
+    REQUIRE_FRESH_PROCESS();  // in which no transfer has failed at anything
     start();
     expect_size(Overlay::Errors, 640, 188);
     fail_at(1);

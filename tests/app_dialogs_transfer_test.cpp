@@ -524,6 +524,12 @@ TEST_F(Errors, without_the_helper_the_reason_stands_in_its_place) {
     draw();
     EXPECT_EQ(rows().size(), 19U);
     EXPECT_EQ(rows().back().text, "/from/17 — no luck");
+    // In a box of 125 the sixth row would stand too close to it.
+    copy().failures.resize(6);
+    draw(1100, 389);
+    EXPECT_EQ(rows().back().text, "… further entries not listed.");
+    draw(1100, 395);
+    EXPECT_EQ(rows().back().text, "/from/4 — no luck");
     copy().failures.resize(1);
     // With nothing to repeat there is nothing to explain.
     copy().failures[0].code = EIO;
@@ -805,6 +811,13 @@ TEST_F(Questions, one_waits_for_the_end_of_unsaved_changes) {
     EXPECT_EQ(note->y, app().m_layout.status_y + 12);
     EXPECT_EQ(note->alpha, 1);
     EXPECT_FALSE(painted_text("a message"));
+    Rgb ground;
+    ASSERT_TRUE(
+        hex_to_rgb(pixel(static_cast<int>(note->x) - 4, static_cast<int>(note->y)), ground));
+    Rgb dimmed;
+    ASSERT_TRUE(hex_to_rgb(mix_hex("#000000", app().m_palette.danger_bg, 0.38), dimmed));
+    EXPECT_NEAR(ground.r, dimmed.r, 0.01);
+    EXPECT_NEAR(ground.g, dimmed.g, 0.01);
     EXPECT_NEAR(note->x + note->width / 2, app().m_layout.width / 2, 1);
     // It comes as soon as the view is closed, and is not lost with the next one.
     app().close_overlay();
@@ -846,7 +859,9 @@ TEST_F(Questions, the_failures_pill_leads_to_the_list_while_a_worker_waits) {
     click(hit(App::Hit::ErrorBanner));
     EXPECT_EQ(app().m_overlay, App::Overlay::Errors);
     EXPECT_EQ(app().m_overlay_title, "Errors");
-    EXPECT_TRUE(painted_text("1 entries failed"));
+    // A task of another test may have left failures in this process.
+    const size_t listed = 1 + BgTask::instance().snapshot().failures.size();
+    EXPECT_TRUE(painted_text(std::to_string(listed) + " entries failed"));
     key(GDK_KEY_Escape);
     EXPECT_EQ(app().m_overlay, App::Overlay::None);
     ASSERT_TRUE(wait_for_question());
