@@ -5,6 +5,7 @@
 
 #include "app_display.h"
 #include "app_program.h"
+#include "app_roads.h"
 #include "copy_engine.h"
 #include "run_engine.h"
 #include "test_env.h"
@@ -41,21 +42,6 @@ const char* way_name(Way way) {
         return "cancel";
     }
     return "?";
-}
-
-void sleep_ms(int ms) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
-template <class Condition>
-bool wait_until(double seconds, Condition condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until)
-            return false;
-        sleep_ms(1);
-    }
-    return true;
 }
 
 class Interrupt : public ::testing::Test {
