@@ -339,6 +339,27 @@ TEST_F(Conflict, fits_its_panel_in_every_language) {
     app().m_ui_scale = 1;
 }
 
+// Twice as large in the smallest window there is less room than the panel wants.
+TEST_F(Conflict, can_be_answered_in_the_smallest_window_in_every_language) {
+    app().m_ui_scale = 2;
+    for (const LanguageInfo& language : I18n::available()) {
+        I18n::instance().set_language(language.code);
+        TransferDialogue::draw(App::Overlay::Conflict, 500, 350);
+        EXPECT_EQ(panel().w, 460);
+        EXPECT_EQ(app().m_hits.size(), 7U);
+        for (const App::HitRect& rect : app().m_hits) {
+            // The longest labels pass the left edge, but none is out of reach.
+            EXPECT_GE(rect.x + rect.w, 40) << language.code << " " << rect.label;
+            EXPECT_LE(rect.x + rect.w, 500) << language.code << " " << rect.label;
+            EXPECT_GE(rect.y, panel().y) << language.code << " " << rect.label;
+            EXPECT_LE(rect.y + rect.h, panel().y + panel().h) << language.code << " " << rect.label;
+        }
+        if (wants_pictures(language.code))
+            shot("conflict-smallest-" + language.code);
+    }
+    app().m_ui_scale = 1;
+}
+
 // --- Errors -----------------------------------------------------------------------------------
 
 class Errors : public TransferDialogue {
