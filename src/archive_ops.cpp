@@ -1,7 +1,9 @@
 #include "archive_ops.h"
 
+#include "archive_ops_child.h"
 #include "logger.h"
 #include "paths.h"
+#include "strutil.h"
 
 #include <algorithm>
 #include <atomic>
@@ -115,6 +117,16 @@ const std::vector<Format>& probed_formats() {
     return g_probe->answer;
 }
 
+// What only reading needs.
+constexpr const char* kReadingTools[] = {"unzip", "lzip"};
+
+// The answer about one tool that does not wait while the probe's thread is at it.
+bool tool_runs_now(const char* tool) {
+    if (g_probe && !g_probe->done.load(std::memory_order_acquire))
+        return in_search_path(tool);
+    return tool_runs(tool);
+}
+
 }  // namespace
 
 bool announce_probe() {
@@ -127,6 +139,8 @@ bool announce_probe() {
 
 void run_probe() {
     g_probe->answer = formats_that([](Format format) { return has_tools(format, tool_runs); });
+    for (const char* const tool : kReadingTools)
+        (void)tool_runs(tool);
     g_probe->done.store(true, std::memory_order_release);
 }
 
@@ -164,6 +178,30 @@ const std::vector<Format>& available_formats() {
         return found;
     }();
     return formats;
+}
+
+const char* sevenzip_program() {
+    return sevenzip_tool(tool_runs_now);
+}
+
+bool can_unpack(const std::string& path) {
+    const NameReader* const reader = reader_for_name(su::basename_of(path));
+    if (!reader)
+        return false;
+    const auto runs = [&path](const char* tool) {
+        const bool it_does = tool_runs_now(tool);
+        if (!it_does && std::string_view(tool) == "tar")
+            Log::warnf("cannot unpack '%s': tar is not runnable", path.c_str());
+        else if (!it_does)
+            Log::warnf("cannot unpack '%s': '%s' is not runnable", path.c_str(), tool);
+        return it_does;
+    };
+    const std::string_view suffix = reader->suffix;
+    if (suffix == ".zip")
+        return runs("unzip");
+    if (suffix == ".7z")
+        return sevenzip_program() != nullptr || runs("7z");
+    return (reader->plain || runs("tar")) && (!*reader->tool || runs(reader->tool));
 }
 
 }  // namespace archive_ops

@@ -25,6 +25,8 @@ packages_of() {
         # File systems to copy between, and peers to compare with.
         echo fuse3 sshfs openssh-client openssh-server btrfs-progs xfsprogs e2fsprogs
         echo rsync procps util-linux mount strace
+        # Archivers.
+        echo tar gzip xz-utils bzip2 zstd lz4 lzip zip unzip p7zip-full
         ;;
     *)
         echo "install-packages.sh: no group '$1' (build, display, test)" >&2
