@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <ctime>
 #include <gdk/gdkkeysyms.h>
+#include <initializer_list>
 #include <map>
 #include <set>
 #include <sys/stat.h>
@@ -212,8 +213,8 @@ TEST_F(Conflict, has_a_box_for_all_that_remain) {
             expect_color(x + 28, top + 16, look.bar, "below");
             expect_color(x + 20, top, look.bar, "rounded corner");
             // From (3.5, 8) through (6.5, 11.5) to (12.5, 4.5).
-            const auto light = [&](double px, double py) {
-                const Rgb c = at(x + 20 + px, top + py);
+            const auto light = [&, left = x](double px, double py) {
+                const Rgb c = at(left + 20 + px, top + py);
                 return std::min({c.r, c.g, c.b});
             };
             for (const auto& [px, py] : {std::pair{6.0, 10.0}, {9.0, 7.0}, {11.0, 5.0}, {4.0, 8.0}})
@@ -727,7 +728,7 @@ TEST_F(Questions, escape_skips_one_and_return_answers_nothing) {
     constexpr int kFiles = 9;
     ask(kFiles);
     wait_for_hand();
-    for (const guint none : {GDK_KEY_Return, GDK_KEY_KP_Enter}) {
+    for (const guint none : std::initializer_list<guint>{GDK_KEY_Return, GDK_KEY_KP_Enter}) {
         key(none);
         EXPECT_EQ(app().m_overlay, App::Overlay::Conflict);
         EXPECT_TRUE(engine().conflict.pending);
@@ -747,7 +748,8 @@ TEST_F(Questions, escape_skips_one_and_return_answers_nothing) {
 TEST_F(Questions, alt_and_a_letter_of_the_upper_row_answers_nothing_of_it) {
     ask(2);
     wait_for_hand();
-    for (const guint letter : {GDK_KEY_e, GDK_KEY_r, GDK_KEY_n, GDK_KEY_d}) {
+    for (const guint letter :
+         std::initializer_list<guint>{GDK_KEY_e, GDK_KEY_r, GDK_KEY_n, GDK_KEY_d}) {
         key(letter, GDK_MOD1_MASK);
         EXPECT_EQ(app().m_overlay, App::Overlay::Conflict) << letter;
         EXPECT_TRUE(engine().conflict.pending) << letter;
