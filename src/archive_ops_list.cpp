@@ -279,8 +279,7 @@ void cancel_list() {
     if (count <= kLongList)
         return;
     try {
-        std::thread([listing] {}).detach();
-        listing.reset();
+        std::thread([held = std::move(listing)] {}).detach();
     } catch (const std::system_error&) {
         // Then it is let go of here.
     }
