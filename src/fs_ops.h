@@ -96,8 +96,9 @@ struct FileId {
 [[nodiscard]] std::string remove_file(const std::string& path);
 [[nodiscard]] std::string remove_dir(const std::string& path);
 [[nodiscard]] std::string rename_path(const std::string& from, const std::string& to);
-// Never replaces what stands at `to`: that is EEXIST in last_error_code(). A file system that
-// cannot promise this is asked with an ordinary rename after a look at the name.
+// Never replaces what stands at `to`: that is EEXIST in last_error_code(). Where the kernel cannot
+// promise this, the name is taken by an empty entry first, which is then replaced; and where that
+// cannot be done either, an ordinary rename follows a look at the name.
 [[nodiscard]] std::string rename_no_replace(const std::string& from, const std::string& to);
 [[nodiscard]] std::string make_symlink(const std::string& link_text, const std::string& path);
 [[nodiscard]] std::string read_link(const std::string& path, std::string& out);

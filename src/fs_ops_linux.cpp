@@ -42,6 +42,34 @@ std::string result_of(int returned, const std::string& path) {
     return returned == 0 ? std::string() : err_from(path);
 }
 
+// An errno. Takes the name first, by a call that fails for a name that is taken, and then replaces
+// what it has put there. Without a claim that holds nothing is left behind.
+int rename_onto_claim(const std::string& from, const std::string& to) {
+    struct stat source = {};
+    if (lstat(from.c_str(), &source) != 0)
+        return errno;
+    const bool folder = S_ISDIR(source.st_mode);
+    if (folder) {
+        if (mkdir(to.c_str(), 0700) != 0)
+            return errno;
+    } else {
+        const int fd = open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (fd < 0)
+            return errno;
+        close(fd);
+    }
+    if (std::rename(from.c_str(), to.c_str()) == 0)
+        return 0;
+    // Not every file system can replace what is there.
+    const int code = errno;
+    struct stat claim = {};
+    if (folder)
+        rmdir(to.c_str());
+    else if (lstat(to.c_str(), &claim) == 0 && S_ISREG(claim.st_mode) && claim.st_size == 0)
+        unlink(to.c_str());
+    return code == EEXIST ? ENOTSUP : code;
+}
+
 }  // namespace
 
 std::string err_from(const std::string& path) {
@@ -99,6 +127,10 @@ std::string rename_no_replace(const std::string& from, const std::string& to) {
     const int code = errno;
     if (code != EINVAL && code != ENOSYS && code != EOPNOTSUPP)
         return err_from(from, code);
+    if (const int claimed = rename_onto_claim(from, to); claimed == 0)
+        return {};
+    else if (claimed == EEXIST || claimed == ENOENT)
+        return err_from(from, claimed);
     if (exists(to))
         return err_from(from, EEXIST);
     return rename_path(from, to);

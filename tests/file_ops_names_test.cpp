@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -93,6 +94,62 @@ TEST(FileNames, nothing_is_replaced_by_a_rename_that_comes_second) {
         shim::clear();
         EXPECT_EQ(read_file(dir / "a"), "1");
         EXPECT_EQ(read_file(dir / "b"), "2");
+    }
+}
+
+// Where the kernel cannot be asked to replace nothing.
+TEST(FileNames, a_name_is_taken_before_a_rename_that_would_replace) {
+    REQUIRE_SHIM(SYS_renameat2, SYS_rename, SYS_renameat);
+    for (const bool folder : {false, true}) {
+        const TempDir dir;
+        folder ? make_dirs(dir / "a/inner") : write_file(dir / "a", "1");
+        shim::fail(SYS_renameat2, EINVAL);
+        bool theirs = false;
+        for (const long number : {SYS_rename, SYS_renameat})
+            shim::rule(number, [&](const shim::Call&) {
+                const int fd = open((dir / "b").c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+                theirs = fd >= 0;
+                close(fd);
+                return shim::go();
+            });
+        EXPECT_EQ(rename_entry(dir / "a", "b"), "");
+        shim::clear();
+        EXPECT_FALSE(theirs);
+        EXPECT_EQ(names_in(dir.path()), folder ? "b b/inner" : "b");
+        EXPECT_TRUE(folder ? exists(dir / "b/inner") : read_file(dir / "b") == "1");
+    }
+}
+
+TEST(FileNames, a_name_taken_for_a_rename_that_fails_is_given_back) {
+    REQUIRE_SHIM(SYS_renameat2, SYS_rename, SYS_renameat);
+    for (const bool folder : {false, true}) {
+        const TempDir dir;
+        folder ? make_dirs(dir / "a/inner") : write_file(dir / "a", "1");
+        shim::fail(SYS_renameat2, EINVAL);
+        for (const long number : {SYS_rename, SYS_renameat})
+            shim::fail(number, EACCES);
+        EXPECT_EQ(rename_entry(dir / "a", "b"), text(dir / "a", EACCES));
+        EXPECT_EQ(names_in(dir.path()), folder ? "a a/inner" : "a");
+        shim::clear();
+        // One that cannot replace anything is asked again, with nothing in its way.
+        shim::fail(SYS_renameat2, EINVAL);
+        for (const long number : {SYS_rename, SYS_renameat})
+            shim::fail(number, EEXIST, 1, 1);
+        EXPECT_EQ(rename_entry(dir / "a", "b"), "");
+        EXPECT_EQ(names_in(dir.path()), folder ? "b b/inner" : "b");
+        shim::clear();
+        // What has gone takes no name, and what somebody has put into ours is his.
+        EXPECT_EQ(rename_entry(dir / "a", "c"), text(dir / "a", ENOENT));
+        shim::fail(SYS_renameat2, EINVAL);
+        EXPECT_EQ(rename_entry(dir / "a", "c"), text(dir / "a", ENOENT));
+        for (const long number : {SYS_rename, SYS_renameat})
+            shim::rule(number, [&](const shim::Call&) {
+                write_file(dir / (folder ? "c/theirs" : "c"), "2");
+                return shim::refuse(folder ? ENOTEMPTY : EACCES);
+            });
+        EXPECT_EQ(rename_entry(dir / "b", "c"), kTaken);
+        EXPECT_EQ(read_file(dir / (folder ? "c/theirs" : "c")), "2");
+        shim::clear();
     }
 }
 
