@@ -78,6 +78,25 @@ constexpr HitName kHitNames[] = {
 
 static_assert(std::size(kHitNames) == static_cast<size_t>(App::Hit::OwnerField) + 1);
 
+// Where a byte of a text as it is laid out stands in the text itself: there each byte that is no
+// UTF-8 has been replaced by a character of three.
+size_t own_byte(const std::string& text, size_t laid_out) {
+    constexpr gunichar kLargest = 0x10ffff;
+    constexpr size_t kReplacement = 3;
+    size_t at = 0;
+    size_t shown = 0;
+    while (shown < laid_out && at < text.size()) {
+        const gunichar c =
+            g_utf8_get_char_validated(text.data() + at, static_cast<gssize>(text.size() - at));
+        const size_t length =
+            c <= kLargest ? static_cast<size_t>(g_unichar_to_utf8(c, nullptr)) : 1;
+        at += length;
+        shown += c <= kLargest ? length : kReplacement;
+    }
+    // A caret stands in front of no byte that goes on with a character.
+    return at == 0 ? 0 : su::next_character(text, su::previous_character(text, at));
+}
+
 }  // namespace
 
 // --- The frame --------------------------------------------------------------------------------
@@ -336,11 +355,11 @@ size_t App::caret_at(const std::string& text, const PaintedField& field, double 
     int after = 0;  // characters from there to the nearest edge
     pango_layout_xy_to_index(layout, static_cast<int>((x - field.text_x) * PANGO_SCALE), 0, &at,
                              &after);
+    const char* const shown = pango_layout_get_text(layout);
+    const char* const edge = g_utf8_offset_to_pointer(shown + at, after);
+    const size_t caret = own_byte(text, static_cast<size_t>(edge - shown));
     cairo_destroy(cr);
     cairo_surface_destroy(surface);
-    size_t caret = static_cast<size_t>(at);
-    for (; after > 0; --after)
-        caret = su::next_character(text, caret);
     return caret;
 }
 
