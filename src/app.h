@@ -669,6 +669,12 @@ class App {
     // Commits the rename of whichever pane has one. False: the name was refused, and a message
     // says why.
     bool commit_rename();
+    // The same ahead of a command. False also if the entry is not listed under its new name: the
+    // command would take another one, and a message has told that there is nothing for it.
+    bool commit_rename_before(Action action);
+    // Whether what the command was meant for, an entry of that name on the active side, is what it
+    // would work on no more, now that the side has been read again.
+    [[nodiscard]] bool has_lost(Action action, const std::string& name) const;
     static void set_clipboards(const std::string& text);
     [[nodiscard]] static bool show_hidden();  // as the settings say
 

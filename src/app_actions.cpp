@@ -49,6 +49,31 @@ bool deny(std::string* reason, const char* why) {
     return false;
 }
 
+// Whether a command does something with the selected entries, or else with the cursor's.
+bool works_on_entries(Action action) {
+    switch (action) {
+    case Action::Rename:
+    case Action::Clone:
+    case Action::Pack:
+    case Action::Unpack:
+    case Action::PackToOther:
+    case Action::Properties:
+    case Action::MakeLink:
+    case Action::OpenWith:
+    case Action::ViewArchive:
+    case Action::ViewHex:
+    case Action::CopyPath:
+    case Action::CopyToOther:
+    case Action::MoveToOther:
+    case Action::Delete:
+    case Action::DeleteToTrash:
+    case Action::DeletePermanent:
+        return true;
+    default:
+        return false;
+    }
+}
+
 // From a format that cannot be packed here on, as after the first.
 void step_archive_format() {
     const std::vector<archive_ops::Format>& formats = archive_ops::available_formats();
@@ -87,10 +112,22 @@ void App::perform(Action action, int) {
     // Any other command ends a filter first, so that it does not work on a part of the list unseen.
     if (m_search_pane >= 0 && action != Action::SearchPane && action != Action::ToggleHidden) {
         Log::infof("search closed: %s wurde ausgeloest", action_name(action));
+        const std::vector<const FsEntry*> meant = active_pane().action_entries();
+        const std::string name = meant.empty() ? std::string() : meant.front()->name;
         end_search(true);
+        if (has_lost(action, name))
+            return show_nothing();
     }
     dispatch(action);
     request_redraw();
+}
+
+bool App::has_lost(Action action, const std::string& name) const {
+    const Pane& pane = active_pane();
+    if (!works_on_entries(action) || pane.has_selection())
+        return false;
+    const std::vector<const FsEntry*> left = pane.action_entries();
+    return left.empty() || left.front()->name != name;
 }
 
 // The reasons are for the log and no texts of the interface.
@@ -439,6 +476,18 @@ bool App::take_unseen_end() {
     if (copied || tasked)
         request_redraw();
     return copied || tasked;
+}
+
+bool App::commit_rename_before(Action action) {
+    const Pane& pane = active_pane();
+    const bool renamed = pane.renaming() && pane.rename_target() >= 0;
+    const std::string name = pane.rename_buffer();
+    if (!commit_rename())
+        return false;
+    if (!renamed || name.empty() || !has_lost(action, name))
+        return true;
+    show_nothing();
+    return false;
 }
 
 void App::move_cursor_to_single_selection() {

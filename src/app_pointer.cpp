@@ -167,9 +167,10 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
         m_progress_hold_until = 0;
         return;
     case Hit::BridgeCopy:
-        return commit_rename() ? start_transfer(hit.right, false) : void();
+        return commit_rename_before(Action::CopyToOther) ? start_transfer(hit.right, false)
+                                                         : void();
     case Hit::BridgeMove:
-        return commit_rename() ? start_transfer(hit.right, true) : void();
+        return commit_rename_before(Action::MoveToOther) ? start_transfer(hit.right, true) : void();
     case Hit::BridgePack:
         return click_command(Action::PackToOther);
     case Hit::BridgeRefresh:
@@ -339,7 +340,7 @@ void App::click_search_bar(const HitRect& hit) {
 
 // The message about a name that was refused is not covered by what the command would show.
 void App::click_command(Action action) {
-    if (commit_rename())
+    if (commit_rename_before(action))
         perform(action, 0);
 }
 

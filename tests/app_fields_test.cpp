@@ -405,6 +405,55 @@ TEST_F(AppFields, f2_closes_the_bar_clears_the_filter_and_renames) {
     EXPECT_EQ(pane().rename_target(), 2);
 }
 
+// The list is read again as the bar closes.
+TEST_F(AppFields, a_command_takes_no_other_entry_for_one_that_is_gone_as_the_bar_closes) {
+    const Action actions[] = {Action::Rename,     Action::CopyToOther, Action::MoveToOther,
+                              Action::MakeLink,   Action::Clone,       Action::CopyPath,
+                              Action::Properties, Action::OpenWith,    Action::Delete};
+    for (const char* name : {"aa", "bb", "cc"})
+        write_file(left() + "/" + name, name);
+    start();
+    for (const Action action : actions) {
+        for (const bool marked : {false, true}) {
+            if (action == Action::Delete && !marked)
+                continue;  // which needs a mark
+            write_file(left() + "/gone", "x");
+            pane().reload(true);
+            app().begin_search(false);
+            type("gone");
+            pane().set_cursor(pane().index_of("gone"), marked);
+            if (!marked)
+                pane().clear_selection();
+            std::remove((left() + "/gone").c_str());
+            app().perform(action, 0);
+            EXPECT_EQ(app().m_search_pane, -1);
+            EXPECT_FALSE(pane().renaming()) << action_name(action);
+            EXPECT_FALSE(app().busy()) << action_name(action);
+            EXPECT_EQ(app().m_overlay, App::Overlay::Message) << action_name(action);
+            EXPECT_EQ(app().m_overlay_title, tr("dlg.nothing_title")) << action_name(action);
+            app().close_overlay();
+            frame();
+        }
+    }
+    for (const char* name : {"aa", "bb", "cc"}) {
+        EXPECT_TRUE(exists(left() + "/" + name)) << name;
+        EXPECT_FALSE(exists(right() + "/" + name)) << name;
+    }
+}
+
+TEST_F(AppFields, what_is_left_of_a_selection_is_worked_on_as_the_bar_closes) {
+    for (const char* name : {"ba", "bb", "bc"})
+        write_file(left() + "/" + name, name);
+    start();
+    app().begin_search(false);
+    type("b");
+    pane().select_all();
+    std::remove((left() + "/ba").c_str());
+    app().perform(Action::CopyPath, 0);
+    EXPECT_EQ(clipboard(GDK_SELECTION_CLIPBOARD), left() + "/bb\n" + left() + "/bc");
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
+}
+
 TEST_F(AppFields, hidden_files_are_toggled_with_the_bar_open) {
     write_file(left() + "/.hidden", "x");
     start();

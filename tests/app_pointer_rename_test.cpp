@@ -6,6 +6,8 @@
 #include "app_texts.h"
 #include "bookmarks.h"
 
+#include <set>
+
 namespace {
 
 using test_env::exists;
@@ -417,6 +419,76 @@ TEST_F(AppPointerRename, a_long_name_that_has_moved_left_is_hit_where_it_is_pain
     const double letter = painted_text(name)->width / 120;
     EXPECT_NEAR(static_cast<double>(pane().rename_caret()),
                 (box.x + 5 - app().m_rename_field.text_x) / letter, 1);
+}
+
+// --- A command that ends it --------------------------------------------------------------------
+
+TEST_F(AppPointerRename, a_command_takes_no_other_entry_for_one_that_its_new_name_hides) {
+    start_with_three();
+    settings().show_hidden = false;
+    settings().confirm_delete = false;
+    for (const App::Hit button : {App::Hit::BridgeCopy, App::Hit::BridgeMove}) {
+        write_file(left() + "/b", "b");
+        pane(false).reload(false);
+        rename("b", "");
+        key(GDK_KEY_Home);
+        key(GDK_KEY_period);
+        click(hit(button));
+        EXPECT_TRUE(exists(left() + "/.b")) << static_cast<int>(button);
+        EXPECT_FALSE(app().busy());
+        EXPECT_EQ(app().m_overlay, App::Overlay::Message);
+        EXPECT_EQ(app().m_overlay_title, tr("dlg.nothing_title"));
+        app().close_overlay();
+        frame();
+        std::remove((left() + "/.b").c_str());
+    }
+    for (const char* name : {"a", "c"}) {
+        EXPECT_TRUE(exists(left() + "/" + name)) << name;
+        EXPECT_FALSE(exists(right() + "/" + name)) << name;
+    }
+}
+
+// --- Names of other bytes ---------------------------------------------------------------------
+
+// Each of such bytes is painted as a character of three.
+TEST_F(AppPointerRename, a_click_behind_a_path_that_is_no_utf8_puts_the_caret_at_its_end) {
+    const std::string path = left() + "/\xff\xfe\xfd";
+    make_dirs(path);
+    start();
+    pane().navigate_to(path, true);
+    app().begin_path_edit(false);
+    app().m_path_caret = 0;
+    frame();
+    const App::PaintedField field = app().m_path_field;
+    click(field.box.x + field.box.w - 40, field.box.y + 13);
+    ASSERT_EQ(app().m_path_caret, path.size());
+    std::set<size_t> carets;
+    for (double x = field.text_x; x < field.box.x + field.box.w - 40; x += 3) {
+        click(x, field.box.y + 13);
+        carets.insert(app().m_path_caret);
+    }
+    for (size_t bytes = 0; bytes <= path.size(); ++bytes)
+        EXPECT_EQ(carets.count(bytes), 1U) << bytes;
+    key(GDK_KEY_BackSpace);
+    frame();
+    EXPECT_EQ(app().m_path_buffer, left() + "/\xff\xfe");
+}
+
+// A byte that goes on where nothing began is a part of the character before it, as for the keys.
+TEST_F(AppPointerRename, a_click_leaves_the_caret_where_the_keys_can_put_it) {
+    const std::string path = left() + "/a\x80\x80";
+    make_dirs(path);
+    start();
+    pane().navigate_to(path, true);
+    app().begin_path_edit(false);
+    frame();
+    const App::PaintedField field = app().m_path_field;
+    for (double x = field.text_x; x < field.text_x + 500; x += 3) {
+        click(x, field.box.y + 13);
+        EXPECT_NE(app().m_path_caret, path.size() - 1);
+        EXPECT_NE(app().m_path_caret, path.size() - 2);
+        ASSERT_LE(app().m_path_caret, path.size());
+    }
 }
 
 }  // namespace
