@@ -130,7 +130,8 @@ def batches_of(tests):
     for group in groups.values():
         count = -(-len(group) // BATCH)
         batches += [group[i::count] for i in range(count)]
-    return batches
+    # The long ones first, so that the short ones fill up the end.
+    return sorted(batches, key=lambda batch: batch[0].batch_key().startswith("alone "))
 
 
 def write_junit(path, tests):
