@@ -214,6 +214,7 @@ void App::finish() {
     if (display)
         gdk_display_flush(display);
     end_workers();
+    archive_ops::cancel_list();
     file_ops::folder_size::cancel();
     drives::shutdown_wait(kDrivesWaitMs);
 }
@@ -535,6 +536,7 @@ void App::tick() {
     m_bgtask_was_running = tasking;
     save_state_if_changed();
     const bool sizing = poll_sizing();
+    const bool listing = poll_listing();
     if (copying) {
         const std::string stalled = engine.watchdog_tick();
         if (!stalled.empty())
@@ -546,7 +548,7 @@ void App::tick() {
     ++m_idle_frame;
     const bool idle_redraw = m_overlay == Overlay::None && m_window &&
                              gtk_window_is_active(GTK_WINDOW(m_window)) && m_idle_frame % 2 == 0;
-    if (copying || tasking || conflict || sizing || flashing || idle_redraw ||
+    if (copying || tasking || conflict || sizing || listing || flashing || idle_redraw ||
         m_progress_hold_until > 0)
         request_redraw();
 }

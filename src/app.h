@@ -15,7 +15,7 @@
 #pragma once
 
 #include "actions.h"
-#include "archive_format.h"
+#include "archive_ops.h"
 #include "bg_task.h"
 #include "copy_engine.h"
 #include "dir_lister.h"
@@ -525,10 +525,33 @@ class App {
 
     // --- Pack (app_pack.cpp) ------------------------------------------------------------------
 
+    // For the selection. The archive goes to the active side, or to the other one.
+    void open_pack(bool to_other);
+    void start_pack(const std::string& name);  // without the format's extension
     // The formats whose tools are installed, from left to right in rows of that width. These two
     // only in a frame.
     std::vector<FormatChip> pack_format_layout(double width);
     int pack_format_rows(double width);
+    void draw_overlay_pack(double x, double y, double w, double h);
+    void draw_format_chip(const FormatChip& chip, int index, double x, double y);
+    void draw_pack_side(const Rect& tile, bool right, const ButtonSpec& side,
+                        const Accelerator& accel);
+    void click_pack_format(const HitRect& chip);
+    void show_tools_missing();
+
+    // --- Unpack, archive view (app_archive.cpp) -----------------------------------------------
+
+    // The full path of the selected archive that can be read here. Empty: there is none, and a
+    // message says why. `what` is how the log calls the command.
+    std::string readable_archive(const char* what);
+    void open_unpack();
+    void unpack_to(bool right);
+    void open_archive_view();
+    // Ends a listing that nobody looks at. True: there is something new to see.
+    bool poll_listing();
+    void draw_overlay_archive(double x, double y, double w, double h);
+    void draw_archive_head(double x, double y, double w, const archive_ops::ListStatus& status);
+    void draw_archive_rows(const Rect& list, int total);
 
     // --- Settings (app_settings.cpp) ----------------------------------------------------------
 
@@ -616,7 +639,9 @@ class App {
 
     void draw_overlay_message(double x, double y, double w, double h);
     void draw_overlay_text_input(double x, double y, double w, double h);
-    void draw_input_field(double x, double y, double w);
+    // The ending stands behind the text and cannot be edited.
+    void draw_input_field(double x, double y, double w, const std::string& ending = {},
+                          double margin = 6);
     void draw_overlay_confirm_delete(double x, double y, double w, double h);
     // The path without as many of its leading folders as it takes to fit, behind "…/".
     std::string path_ending(const std::string& path, double room, double size);
@@ -878,8 +903,9 @@ class App {
 
     bool m_transfer_was_running = false;
     bool m_bgtask_was_running = false;
-    bool m_sizing_was_running = false;  // of a folder
-    unsigned m_idle_frame = 0;          // counts ticks, for the idle redraw
+    bool m_sizing_was_running = false;   // of a folder
+    bool m_listing_was_running = false;  // of an archive that is looked at
+    unsigned m_idle_frame = 0;           // counts ticks, for the idle redraw
 
     // --- Fields: progress, result, flashes (app.cpp, painted elsewhere) -----------------------
 
@@ -961,6 +987,10 @@ class App {
     int m_settings_max_scroll = 0;
     std::string m_pending_bookmark;  // the path that a bookmark's dialogue is about; empty: none
     std::string m_pending_unpack;    // the archive that is to be unpacked; empty: none
+    archive_ops::Format m_pack_format = archive_ops::Format::TarGz;  // the archive to be packed
+    bool m_pack_to_other = false;      // by which of the two commands the dialogue was opened
+    bool m_pack_target_right = false;  // the side it goes to
+    std::string m_archive_path;        // the archive that is looked at
 
     // --- Fields: properties (app_properties.cpp). Live while the dialogue is open. --------------
 

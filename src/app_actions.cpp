@@ -149,9 +149,10 @@ bool App::action_enabled(Action action, std::string* reason) const {
         return count > 0 || deny(reason, "nichts ausgewaehlt");
     case Action::Unpack:
     case Action::ViewArchive:
-        // No archive reader stands yet, so no name has one.
-        return count != 1 ? deny(reason, "dafuer wird genau ein Eintrag gebraucht")
-                          : deny(reason, "die Auswahl ist kein Archiv");
+        if (count != 1)
+            return deny(reason, "dafuer wird genau ein Eintrag gebraucht");
+        return archive_ops::reader_for_name(pane.action_entries().front()->name) ||
+               deny(reason, "die Auswahl ist kein Archiv");
     case Action::ViewHex: {
         if (count != 1)
             return deny(reason, "dafuer wird genau ein Eintrag gebraucht");
@@ -289,6 +290,22 @@ void App::dispatch(Action action) {
         return open_bookmark(false);
     case Action::BookmarkOpenRight:
         return open_bookmark(true);
+    case Action::Pack:
+        return open_pack(false);
+    case Action::PackToOther:
+        return open_pack(true);
+    case Action::PackTargetLeft:
+    case Action::PackTargetRight:
+        m_pack_target_right = action == Action::PackTargetRight;
+        return;
+    case Action::Unpack:
+        return open_unpack();
+    case Action::UnpackLeft:
+        return unpack_to(false);
+    case Action::UnpackRight:
+        return unpack_to(true);
+    case Action::ViewArchive:
+        return open_archive_view();
     case Action::LogToggleDebug:
         Log::instance().set_debug(!Log::instance().debug());
         Log::infof("debug logging %s", Log::instance().debug() ? "ON" : "off");
@@ -338,15 +355,7 @@ void App::dispatch(Action action) {
     case Action::OwnerApply:
         return;
     // What stands behind these is not built yet.
-    case Action::Pack:
-    case Action::Unpack:
-    case Action::PackToOther:
-    case Action::ViewArchive:
     case Action::ViewHex:
-    case Action::UnpackLeft:
-    case Action::UnpackRight:
-    case Action::PackTargetLeft:
-    case Action::PackTargetRight:
     case Action::About:
     case Action::Licenses:
     case Action::SandboxInfo:
@@ -561,6 +570,8 @@ void App::accept_overlay() {
         select_by_pattern(text);
     else if (accepted == Overlay::GoToPath)
         go_to_path(text);
+    else if (accepted == Overlay::Pack)
+        start_pack(text);
 }
 
 void App::create_entry(Overlay kind, const std::string& name) {

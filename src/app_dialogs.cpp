@@ -51,15 +51,15 @@ void App::draw_overlay_text_input(double x, double y, double w, double h) {
                  {{"btn.cancel", Action::OverlayCancel}, {"btn.ok", Action::OverlayOk, true}});
 }
 
-void App::draw_input_field(double x, double y, double w) {
+void App::draw_input_field(double x, double y, double w, const std::string& ending, double margin) {
     constexpr double kHeight = 30;
     fill_rounded(x, y, w, kHeight, 4, m_palette.control, 1);
     stroke_rounded(x, y, w, kHeight, 4, m_palette.accent, 1, 1.5);
     cairo_save(m_cr);
-    cairo_rectangle(m_cr, x + 6, y, w - 12, kHeight);
+    cairo_rectangle(m_cr, x + margin, y, w - 2 * margin, kHeight);
     cairo_clip(m_cr);
-    draw_field_text(TextField::Input, m_input_buffer, m_input_caret, x + 10, y + 15, w - 20, 12.5,
-                    m_palette.control_text, 9);
+    draw_field_text(TextField::Input, m_input_buffer + ending, m_input_caret, x + 10, y + 15,
+                    w - 20, 12.5, m_palette.control_text, 9);
     cairo_restore(m_cr);
 }
 

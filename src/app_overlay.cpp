@@ -137,7 +137,8 @@ App::Size App::overlay_size(double window_w, double window_h) {
     case Overlay::Properties:
         return {560, 24.0 * properties_rows() + 52 + (m_properties.is_dir ? 172 : 150)};
     case Overlay::Pack:
-        return {500, 238 + FormatChip::row_h * pack_format_rows(460)};
+        // A narrow window leaves the chips less room than the panel would like.
+        return {500, 238 + FormatChip::row_h * pack_format_rows(std::min(460.0, window_w - 80))};
     case Overlay::None:
         break;
     }
@@ -209,11 +210,13 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
         return draw_overlay_language(x, y, w, h);
     case Overlay::FontPicker:
         return draw_overlay_font(x, y, w, h);
+    case Overlay::Pack:
+        return draw_overlay_pack(x, y, w, h);
+    case Overlay::ArchiveView:
+        return draw_overlay_archive(x, y, w, h);
     // Nothing opens these yet.
     case Overlay::None:
     case Overlay::About:
-    case Overlay::Pack:
-    case Overlay::ArchiveView:
     case Overlay::HexView:
     case Overlay::Sandbox:
     case Overlay::Licenses:

@@ -204,6 +204,8 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
         else if (m_overlay == Overlay::FontPicker)
             pick_font(hit.param);
         return;
+    case Hit::PackFormat:
+        return click_pack_format(hit);
     case Hit::PermBit:
         return click_permission(hit.param);
     case Hit::OwnerField:
@@ -219,7 +221,6 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::HexThumb:
     case Hit::HexByte:
     case Hit::HexFindField:
-    case Hit::PackFormat:
         return;
     }
 }

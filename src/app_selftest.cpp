@@ -164,7 +164,8 @@ bool App::self_test_step(const std::string& name) {
 // are after the work, and failures have had their dialogue.
 void App::selftest_settle() {
     for (int i = 0; i < kSettleRounds; ++i) {
-        if (!busy() && !m_transfer_was_running && !m_bgtask_was_running)
+        if (!busy() && !m_transfer_was_running && !m_bgtask_was_running &&
+            !archive_ops::list_status().running)
             return;
         if (m_quitting)
             return;
