@@ -13,8 +13,10 @@
 #include "strutil.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -81,6 +83,12 @@ void App::apply_properties() {
     if (m_overlay != Overlay::Properties || !m_perm_editable)
         return;
     const std::string path = m_properties.path;
+    // What the dialogue was opened on was no link. One that stands there now leads to a file that
+    // nobody has been shown.
+    if (m_properties.link_target.empty() && fsops::lstat_path(path).is_symlink) {
+        refresh_both();
+        return show_error(fmt::embedded(path) + ": " + std::strerror(ELOOP));
+    }
     const bool recursive = m_perm_recursive && m_properties.is_dir;
     const std::string user = m_owner_text[0] == m_properties.owner ? "" : m_owner_text[0];
     const std::string group = m_owner_text[1] == m_properties.group ? "" : m_owner_text[1];

@@ -552,6 +552,22 @@ TEST_F(AppProperties, a_failure_takes_the_place_of_the_dialogue) {
     EXPECT_EQ(names(), std::vector<std::string>{".."}) << "the lists are read again";
 }
 
+TEST_F(AppProperties, a_link_put_in_the_entrys_place_is_not_followed) {
+    write_file(left() + "/mine", "x");
+    write_file(right() + "/theirs", "x", 0600);
+    start();
+    open("mine");
+    ASSERT_EQ(unlink((left() + "/mine").c_str()), 0);
+    ASSERT_EQ(symlink((right() + "/theirs").c_str(), (left() + "/mine").c_str()), 0);
+    app().m_perm_edit = 0777;
+    press(button(Action::PermsApply));
+    EXPECT_EQ(app().m_overlay, Overlay::Message);
+    EXPECT_EQ(app().m_overlay_text, left() + "/mine: Too many levels of symbolic links");
+    struct stat theirs {};
+    ASSERT_EQ(stat((right() + "/theirs").c_str(), &theirs), 0);
+    EXPECT_EQ(theirs.st_mode & 07777, 0600U);
+}
+
 TEST_F(AppProperties, without_the_dialogue_nothing_is_applied) {
     write_file(left() + "/file", "x", 0644);
     start();
