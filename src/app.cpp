@@ -37,7 +37,6 @@ constexpr int kDefaultWidth = 1100;
 constexpr int kDefaultHeight = 720;
 constexpr guint kTickMs = 100;
 constexpr double kProgressHoldSeconds = 2.5;
-constexpr double kConflictDeafSeconds = 0.25;
 constexpr double kEndWaitSeconds = 2.0;
 constexpr int kDrivesWaitMs = 500;
 

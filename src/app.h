@@ -735,6 +735,7 @@ class App {
 
     void handle_key(GdkEventKey* event);
     void handle_plain_key(GdkEventKey* event);  // one that the input method has left over
+    void escape_work();
     bool handle_overlay_key(GdkEventKey* event);
     void scroll_overlay(guint key);
     [[nodiscard]] static bool is_return(guint key);
@@ -979,6 +980,7 @@ class App {
     std::string m_input_buffer;  // UTF-8
     size_t m_input_caret = 0;    // bytes; on a character boundary
     bool m_conflict_apply_all = false;
+    static constexpr double kConflictDeafSeconds = 0.25;
     double m_conflict_deaf_until = 0;  // keys and clicks are for what was there before
     bool m_can_elevate = false;        // these two as the errors dialogue was opened
     std::string m_why_not_elevate;     // empty: nothing to tell

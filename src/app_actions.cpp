@@ -796,6 +796,7 @@ void App::open_bookmark(bool right) {
 void App::answer_conflict(ConflictAction answer) {
     copy_engine::instance().resolve_conflict(answer, m_conflict_apply_all);
     close_overlay();
+    m_conflict_deaf_until = now_seconds() + kConflictDeafSeconds;
 }
 
 // --- Settings ---------------------------------------------------------------------------------

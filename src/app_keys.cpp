@@ -121,7 +121,7 @@ void App::handle_plain_key(GdkEventKey* event) {
         return request_redraw();
     if (busy()) {
         if (event->keyval == GDK_KEY_Escape)
-            cancel_work();
+            escape_work();
         return request_redraw();
     }
     const guint latin = latin_key(*event);
@@ -129,6 +129,16 @@ void App::handle_plain_key(GdkEventKey* event) {
         (latin != event->keyval && handle_shortcut(latin, event->state)))
         return;
     type_ahead(typed_text(*event), now_seconds());
+}
+
+// One that was meant for a question, which may have gone or not have come yet, stops nothing; nor
+// does a key that is held and has answered one.
+void App::escape_work() {
+    const double now = now_seconds();
+    if (now < m_conflict_deaf_until)
+        m_conflict_deaf_until = now + kConflictDeafSeconds;
+    else
+        cancel_work();
 }
 
 guint App::latin_key(const GdkEventKey& event) {

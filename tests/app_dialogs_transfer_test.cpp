@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <filesystem>
 #include <gdk/gdkkeysyms.h>
 #include <initializer_list>
 #include <map>
@@ -595,6 +596,24 @@ TEST_F(Errors, hold_together_in_every_language) {
     app().m_ui_scale = 1;
 }
 
+TEST_F(Errors, its_buttons_are_within_reach_in_the_smallest_window_in_every_language) {
+    app().m_ui_scale = 2;
+    app().m_can_elevate = true;
+    fail(30, EACCES);
+    for (const LanguageInfo& language : I18n::available()) {
+        I18n::instance().set_language(language.code);
+        draw(500, 350);
+        ASSERT_EQ(app().m_hits.size(), 2U) << language.code;
+        for (const App::HitRect& rect : app().m_hits) {
+            EXPECT_GE(rect.x, panel().x) << language.code << " " << rect.label;
+            EXPECT_LE(rect.x + rect.w, panel().x + panel().w) << language.code;
+            EXPECT_LE(rect.y + rect.h, panel().y + panel().h) << language.code;
+        }
+        EXPECT_LT(rows().back().y + 9, button(Action::DismissErrors).y) << language.code;
+    }
+    app().m_ui_scale = 1;
+}
+
 // --- With the engine --------------------------------------------------------------------------
 
 TEST(ElevatableFailures, count_what_a_fresh_look_at_the_engine_finds) {
@@ -641,6 +660,13 @@ class Questions : public AppTest {
         start();
         app().perform(Action::SelectAll, 0);
         app().perform(Action::CopyToOther, 0);
+        ASSERT_TRUE(wait_for_question());
+    }
+    // The move of what is on the left alone.
+    void ask_about_one() {
+        app().refresh_both();
+        app().perform(Action::SelectAll, 0);
+        app().perform(Action::MoveToOther, 0);
         ASSERT_TRUE(wait_for_question());
     }
     bool wait_for_question() {
@@ -743,6 +769,38 @@ TEST_F(Questions, escape_skips_one_and_return_answers_nothing) {
     ASSERT_TRUE(settle());
     EXPECT_FALSE(app().m_result.cancelled);
     EXPECT_EQ(count_on_the_right("old", kFiles), kFiles);
+}
+
+// Until the next question is shown there is no dialogue, and Escape stops what runs.
+TEST_F(Questions, an_escape_too_many_does_not_stop_the_transfer) {
+    ask(3);
+    for (int question = 0; question < 3; ++question) {
+        ASSERT_TRUE(wait_for_question());
+        wait_for_hand();
+        for (int repeat = 0; repeat < 20; ++repeat)
+            key(GDK_KEY_Escape);
+        EXPECT_FALSE(engine().cancelled) << question;
+    }
+    ASSERT_TRUE(settle());
+    EXPECT_FALSE(app().m_result.cancelled);
+    EXPECT_EQ(count_on_the_right("old", 3), 3);
+}
+
+TEST_F(Questions, escape_stops_the_transfer_again_after_a_while) {
+    ask(2);
+    wait_for_hand();
+    key(GDK_KEY_Escape);
+    ASSERT_TRUE(pump_until([] { return engine().conflict.pending; }));
+    const double before = App::now_seconds();
+    app().m_conflict_deaf_until = before + 0.01;
+    key(GDK_KEY_Escape);  // and the time begins anew, as when a key is held
+    EXPECT_GE(app().m_conflict_deaf_until, before + 0.25);
+    EXPECT_FALSE(engine().cancelled);
+    app().m_conflict_deaf_until = App::now_seconds();
+    key(GDK_KEY_Escape);
+    EXPECT_TRUE(engine().cancelled);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(app().m_result.cancelled);
 }
 
 TEST_F(Questions, alt_and_a_letter_of_the_upper_row_answers_nothing_of_it) {
@@ -894,6 +952,60 @@ TEST_F(Questions, the_failures_pill_leads_to_the_list_while_a_worker_waits) {
     app().perform(Action::DismissErrors, 0);
     EXPECT_EQ(app().m_overlay, App::Overlay::None);
     EXPECT_TRUE(app().m_result.valid);
+}
+
+// What a question is about may have changed before its answer comes.
+TEST_F(Questions, an_old_file_outlives_a_new_one_that_has_vanished) {
+    const std::string fresh = left() + "/0";
+    const std::string old = right() + "/0";
+    start();
+    for (const Action answer : {Action::ConflictOverwrite, Action::ConflictRenameNew,
+                                Action::ConflictOverwriteIfNewer, Action::ConflictRenameExisting}) {
+        write_file(fresh, "new");
+        write_file(old, "old");
+        ask_about_one();
+        ASSERT_EQ(unlink(fresh.c_str()), 0);
+        frame();
+        app().perform(answer, 0);
+        ASSERT_TRUE(settle());
+        const bool aside = answer == Action::ConflictRenameExisting;
+        EXPECT_EQ(names(true), (std::vector<std::string>{"..", aside ? "0.1" : "0"}));
+        EXPECT_EQ(read_file(aside ? old + ".1" : old), "old");
+        EXPECT_EQ(app().m_overlay == App::Overlay::Errors,
+                  answer != Action::ConflictOverwriteIfNewer);
+        app().close_overlay();
+    }
+}
+
+TEST_F(Questions, an_answer_does_no_harm_where_another_thing_stands_meanwhile) {
+    const std::string fresh = left() + "/0";
+    const std::string old = right() + "/0";
+    start();
+    for (const Action answer :
+         {Action::ConflictOverwrite, Action::ConflictRenameNew, Action::ConflictRenameExisting}) {
+        const bool kept_here = answer != Action::ConflictRenameExisting;
+        write_file(fresh, "new");
+        write_file(old, "old");
+        ask_about_one();
+        ASSERT_EQ(unlink(old.c_str()), 0);
+        test_env::make_dirs(old);
+        write_file(old + "/inside", "kept");
+        frame();
+        app().perform(answer, 0);
+        ASSERT_TRUE(settle());
+        EXPECT_EQ(read_file(kept_here ? old + "/inside" : old + ".1/inside"), "kept");
+        if (answer == Action::ConflictOverwrite) {
+            EXPECT_EQ(read_file(fresh), "new");
+            EXPECT_EQ(app().m_overlay, App::Overlay::Errors);
+        } else {
+            EXPECT_EQ(read_file(kept_here ? old + ".1" : old), "new");
+            EXPECT_NE(access(fresh.c_str(), F_OK), 0);
+            EXPECT_EQ(app().m_overlay, App::Overlay::None);
+        }
+        app().close_overlay();
+        std::filesystem::remove_all(old);
+        std::filesystem::remove_all(old + ".1");
+    }
 }
 
 TEST_F(Questions, dismissing_a_result_ends_the_hold) {
