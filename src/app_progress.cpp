@@ -143,7 +143,9 @@ void App::draw_progress_bar(double x, double y, double w) {
     cairo_restore(m_cr);
     if (fraction < 0)
         return;
-    const std::string percent = std::to_string(static_cast<int>(fraction * 100)) + " %";
+    // In binary 0.29 times 100 falls just short of 29.
+    const double hundredths = std::nextafter(fraction * 100, HUGE_VAL);
+    const std::string percent = std::to_string(static_cast<int>(hundredths)) + " %";
     const double centre = y + kBarH / 2;
     if (fill_w > text_width(percent, 11, false, false) + 20)
         draw_text_right(percent, x + fill_w - 8, centre, 11, "#FFFFFF", false, false);
@@ -249,12 +251,16 @@ void App::draw_transfer_file(double centre) {
 
 void App::draw_task_rows(double numbers_y, double detail_y, double room_end) {
     const double w = m_layout.width;
-    const double title_w = draw_text_clipped(m_frame_bg.title, kEdge, numbers_y, w - 2 * kEdge, 13,
-                                             m_palette.text, false, false);
-    const double x = kEdge + title_w + kItemGap;
-    if (m_frame_bg.total > 0)
-        draw_text_clipped(fmt::count(m_frame_bg.done) + " / " + fmt::count(m_frame_bg.total), x,
-                          numbers_y, w - kEdge - x, 11, m_palette.secondary, false, false);
+    const std::string count =
+        m_frame_bg.total > 0 ? fmt::count(m_frame_bg.done) + " / " + fmt::count(m_frame_bg.total)
+                             : "";
+    // A long title gives way to the count.
+    const double taken = count.empty() ? 0 : kItemGap + text_width(count, 11, false, false);
+    const double title_w =
+        draw_text_clipped(m_frame_bg.title, kEdge, numbers_y, w - 2 * kEdge - taken, 13,
+                          m_palette.text, false, false);
+    draw_text(count, kEdge + title_w + kItemGap, numbers_y, 11, m_palette.secondary, false, false,
+              1);
     draw_text_clipped(m_frame_bg.detail, kEdge, detail_y, std::min(w - 90, room_end - kEdge), 11,
                       m_palette.secondary, false, false);
 }
@@ -319,11 +325,15 @@ void App::draw_result_line(double x, double y, double h) {
     };
     item(title, 13, tint);
     item(m_result.detail, 11, m_palette.text);
-    item(fmt::count(m_result.files) + " " + tr("label.files"), 11, m_palette.text);
+    const auto number = [&](const std::string& text, const std::string& color) {
+        if (at + text_width(text, 11, false, false) <= room_end)
+            item(text, 11, color);
+    };
+    number(fmt::count(m_result.files) + " " + tr("label.files"), m_palette.text);
     if (m_result.bytes > 0)
-        item(fmt::bytes(m_result.bytes), 11, m_palette.secondary);
+        number(fmt::bytes(m_result.bytes), m_palette.secondary);
     if (m_result.seconds > 0.05)
-        item(fmt::seconds(m_result.seconds), 11, m_palette.secondary);
+        number(fmt::seconds(m_result.seconds), m_palette.secondary);
 }
 
 // A cross, an exclamation mark or a tick.

@@ -201,6 +201,14 @@ TEST_F(Band, the_percentage_stands_behind_a_short_fill_and_inside_a_long_one) {
     EXPECT_TRUE(shows("99 %"));
     draw_at(1000);
     expect_text("100 %", 10 + w - 8 - painted_text("100 %")->width, kTop + 19, 11, "#FFFFFF");
+    for (const int64_t percent : {29, 57, 58}) {  // which are less in binary, times a hundred
+        draw_at(10 * percent);
+        EXPECT_TRUE(shows(std::to_string(percent) + " %"));
+    }
+    copy().bytes_total = 1'000'000'000'000;
+    copy().bytes_done = copy().bytes_total - 1;
+    draw();
+    EXPECT_TRUE(shows("99 %")) << "not all is done";
     // The border between the two: one byte in a thousand is about one unit here.
     for (int64_t done = 30; done < 60; ++done) {
         draw_at(done);
@@ -578,6 +586,21 @@ TEST_F(Band, a_task_shows_its_title_its_count_and_what_it_is_at) {
     EXPECT_FALSE(has(palette().secondary, pill_x - 9, kDetail - 8, 9, 16));
 }
 
+TEST_F(Band, a_tasks_count_has_room_beside_a_long_title) {
+    copy() = {};
+    task().running = true;
+    task().done = 1'234'567;
+    task().total = 5'000'000;
+    const std::string count = "1,234,567 / 5,000,000";
+    for (size_t length = 30; length < 120; length += 3) {
+        task().title = std::string(length, 'n');
+        draw(500);
+        const PaintedText* const found = painted_text(count);
+        ASSERT_TRUE(found) << length;
+        EXPECT_LE(found->x + width(count, 11), 490.02) << length;
+    }
+}
+
 // --- Between the end and the tick -------------------------------------------------------------
 
 TEST_F(Band, what_has_ended_unseen_stays_as_it_was) {
@@ -772,6 +795,33 @@ TEST_F(Result, a_long_one_ends_before_its_failures) {
     const double pill_x = hit(App::Hit::ErrorBanner)->x;
     EXPECT_FALSE(has(palette().text, pill_x - 14, kTop + 2, 13, kLine - 4));
     EXPECT_TRUE(has(palette().text, pill_x - 30, kTop + 2, 14, kLine - 4));
+}
+
+// Half a number would be a wrong one.
+TEST_F(Result, a_number_that_has_no_room_is_left_out_whole) {
+    result().files = 1'234'567;
+    result().bytes = 5'000'000'000;
+    result().seconds = 75;
+    result().failures = 12;
+    const std::vector<std::string> whole = {"1,234,567 files", fmt::bytes(5'000'000'000),
+                                            fmt::seconds(75)};
+    size_t most = 0;
+    size_t least = 3;
+    for (size_t length = 0; length < 60; ++length) {
+        result().detail = std::string(length, 'm');
+        draw(500, kLine);
+        const double room_end = hit(App::Hit::ErrorBanner)->x - 16;
+        size_t shown = 0;
+        for (const PaintedText& text : painted_texts())
+            if (std::find(whole.begin(), whole.end(), text.text) != whole.end()) {
+                ++shown;
+                EXPECT_LE(text.x + width(text.text, 11), room_end + 0.02) << length << text.text;
+            }
+        most = std::max(most, shown);
+        least = std::min(least, shown);
+    }
+    EXPECT_EQ(most, 3U);
+    EXPECT_EQ(least, 0U);
 }
 
 TEST_F(Result, it_stands_in_the_middle_of_the_band_whatever_its_height) {
