@@ -193,7 +193,9 @@ bool Engine::scan_source(Scan& scan, const std::string& source, const fsops::Tre
         note_failure(source, "no longer exists", target, 1, 0);
         return true;
     }
-    if (m_op == Operation::Move && claim_target(m_thread_count, target, reserved)) {
+    // A rename would be refused as well, but by way of an attempt that touches the target's folder.
+    const bool into_itself = st.is_dir && lies_in(m_target_dir, {st.device, st.inode}, scan.going);
+    if (m_op == Operation::Move && !into_itself && claim_target(m_thread_count, target, reserved)) {
         const bool renamed = try_rename(source, target, measured);
         std::lock_guard<std::mutex> lock(m_mutex);
         m_in_work[static_cast<size_t>(m_thread_count)].clear();
