@@ -20,6 +20,8 @@ packages_of() {
         echo clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14
         # Sessions for windows.
         echo dbus-daemon weston
+        # Another view of the trash.
+        echo gvfs libglib2.0-bin
         # What all languages are written with.
         echo fonts-noto-core fonts-noto-cjk
         # File systems to copy between, and peers to compare with.
