@@ -160,6 +160,10 @@ bool joins_letters(gunichar c) {
     return c == 0x200c || c == 0x200d;  // zero-width non-joiner and joiner
 }
 
+bool isolates(gunichar c) {
+    return c == 0x2066 || c == 0x2069;  // from left to right, and the end of that
+}
+
 TEST(Translations, the_typography_is_clean) {
     for_each_text([](const LangEntry& language, const std::string& key, const std::string& text,
                      const std::string& in_english) {
@@ -176,7 +180,8 @@ TEST(Translations, the_typography_is_clean) {
         for (const gunichar c : characters(text)) {
             const GUnicodeType type = g_unichar_type(c);
             EXPECT_NE(type, G_UNICODE_CONTROL) << where;
-            EXPECT_TRUE(type != G_UNICODE_FORMAT || joins_letters(c))
+            EXPECT_TRUE(type != G_UNICODE_FORMAT || joins_letters(c) ||
+                        (language.rtl && isolates(c)))
                 << where << " (U+" << std::hex << c << ")";
             EXPECT_TRUE(type != G_UNICODE_UNASSIGNED && type != G_UNICODE_PRIVATE_USE) << where;
         }
@@ -223,6 +228,46 @@ TEST(Translations, a_text_that_quotes_another_quotes_it_truly) {
             << language.code << ": " << texts["err.root_hint_helper"] << " / "
             << texts["btn.retry_admin"];
     }
+}
+
+// A path or a pattern that begins or ends with a sign would be torn apart by the letters beside it.
+TEST(Translations, latin_words_read_from_left_to_right_whatever_is_around_them) {
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_A8, 8, 8);
+    cairo_t* cr = cairo_create(surface);
+    PangoLayout* layout = pango_cairo_create_layout(cr);
+    GRegex* word = g_regex_new("[/*.A-Za-z0-9_-]*[A-Za-z][/*A-Za-z0-9_-]*", G_REGEX_OPTIMIZE,
+                               static_cast<GRegexMatchFlags>(0), nullptr);
+    size_t words = 0;
+    for_each_text([&](const LangEntry& language, const std::string& key, const std::string& text,
+                      const std::string&) {
+        if (!language.rtl)
+            return;
+        pango_layout_set_text(layout, text.c_str(), -1);
+        GMatchInfo* match = nullptr;
+        g_regex_match(word, text.c_str(), static_cast<GRegexMatchFlags>(0), &match);
+        for (; g_match_info_matches(match); g_match_info_next(match, nullptr)) {
+            int begin = 0, end = 0;
+            g_match_info_fetch_pos(match, 0, &begin, &end);
+            if (begin > 0 && text[static_cast<size_t>(begin) - 1] == '%')
+                continue;  // a conversion
+            ++words;
+            PangoRectangle first, last;
+            pango_layout_index_to_pos(layout, begin, &first);
+            pango_layout_index_to_pos(layout, end - 1, &last);
+            const std::string found =
+                text.substr(static_cast<size_t>(begin), static_cast<size_t>(end - begin));
+            EXPECT_GE(first.width, 0) << language.code << " " << key << ": " << found;
+            EXPECT_GE(last.width, 0) << language.code << " " << key << ": " << found;
+            EXPECT_TRUE(begin + 1 == end || first.x < last.x)
+                << language.code << " " << key << ": " << found;
+        }
+        g_match_info_free(match);
+    });
+    EXPECT_GT(words, 100U);
+    g_regex_unref(word);
+    g_object_unref(layout);
+    cairo_destroy(cr);
+    cairo_surface_destroy(surface);
 }
 
 // With the fonts that Debian calls fonts-noto-core and fonts-noto-cjk.
