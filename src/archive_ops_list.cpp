@@ -83,12 +83,21 @@ void add(Listing& listing, ListEntry entry) {
     listing.entries.push_back(std::move(entry));
 }
 
+void forget_entries(Listing& listing) {
+    const std::lock_guard<std::mutex> lock(listing.mutex);
+    listing.entries.clear();
+    listing.head.dirs = 0;
+    listing.head.total_size = 0;
+}
+
 // The error's text, empty for success and when it was cancelled.
 std::string run_lines(Listing& listing, const std::vector<std::string>& argv, ParseLine parse) {
     LineCutter lines([&](const std::string& line) {
         ListEntry entry;
         if (parse(line, entry))
             add(listing, std::move(entry));
+        else if (parse == parse_zip_line && begins_zip_entries(line))
+            forget_entries(listing);
     });
     std::string errors;
     Child child;
@@ -186,6 +195,11 @@ bool parse_zip_line(const std::string& line, ListEntry& entry) {
     entry.name = std::move(fields[3]);
     entry.is_dir = entry.name.back() == '/';
     return true;
+}
+
+// "---------  ---------- -----   ----"
+bool begins_zip_entries(const std::string& line) {
+    return line.find_first_not_of("- ") == std::string::npos && split_fields(line, 5).size() == 4;
 }
 
 // "2024-05-06 07:08:09 ....A         1234          567  the name", without the packed size in a

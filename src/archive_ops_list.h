@@ -17,6 +17,9 @@ namespace archive_ops {
 using ParseLine = bool (*)(const std::string& line, ListEntry& entry);
 
 [[nodiscard]] bool parse_zip_line(const std::string& line, ListEntry& entry);
+// The line that stands above the entries. The archive's comment stands above that, and may look
+// like entries.
+[[nodiscard]] bool begins_zip_entries(const std::string& line);
 [[nodiscard]] bool parse_7z_line(const std::string& line, ListEntry& entry);
 [[nodiscard]] bool parse_tar_line(const std::string& line, ListEntry& entry);
 

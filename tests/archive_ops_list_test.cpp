@@ -54,6 +54,17 @@ TEST(ArchiveOpsLines, zip) {
     EXPECT_EQ(zip("99999999999999999999999 - - x"), "x 9223372036854775807");
 }
 
+TEST(ArchiveOpsLines, what_stands_above_a_zip_s_entries) {
+    using archive_ops::begins_zip_entries;
+    EXPECT_TRUE(begins_zip_entries("---------  ---------- -----   ----"));
+    EXPECT_TRUE(begins_zip_entries(" --------    ----   ----    ----"));
+    EXPECT_FALSE(begins_zip_entries("---------                     -------"));
+    EXPECT_FALSE(begins_zip_entries("---------  ---------- -----   --- -"));
+    EXPECT_FALSE(begins_zip_entries("---------  ---------- -----   -x--"));
+    EXPECT_FALSE(begins_zip_entries("        1  2024-05-06 07:08   ----"));
+    EXPECT_FALSE(begins_zip_entries(""));
+}
+
 TEST(ArchiveOpsLines, sevenz) {
     const auto sevenz = [](const std::string& line) {
         return told(archive_ops::parse_7z_line, line);
@@ -182,6 +193,21 @@ TEST_F(ArchiveOpsList, zip_and_7z) {
     EXPECT_EQ(status.dirs, 1u);
     for (const char* entry : {"/empty folder:0|", "two  blanks:5|", "ünï:3|"})
         EXPECT_NE(names().find(entry), std::string::npos) << names();
+}
+
+TEST_F(ArchiveOpsList, a_comment_that_looks_like_entries_is_none) {
+    REQUIRE_FRESH_PROCESS();
+    pack("zip -q -r -y ../x.zip");
+    ASSERT_EQ(test_env::run("printf '%s\\n' '    1234  2024-05-06 07:08   fake' "
+                            "'---------  ---------- -----   ----' "
+                            "'       7  2024-05-06 07:08   fake folder/' | zip -q -z " +
+                            (dir / "x.zip") + " >/dev/null"),
+              0);
+    const ListStatus status = listed(dir / "x.zip");
+    EXPECT_EQ(status.error, "");
+    EXPECT_EQ(names(), "/empty folder/:0|link:6|two  blanks:5|ünï:3|");
+    EXPECT_EQ(status.dirs, 1u);
+    EXPECT_EQ(status.total_size, 14);
 }
 
 TEST_F(ArchiveOpsList, a_single_compressed_file_needs_no_tool) {
