@@ -135,13 +135,27 @@ std::vector<std::string> pack_command(Format format, const std::string& archive,
     return argv;
 }
 
+void add_needed(UnzipOptions& options, const std::string& listed_name) {
+    // "^J" for a newline. The byte 255 counts as a control character too.
+    if (has_any(listed_name, "^\xff"))
+        options.control_characters = true;
+    const size_t last = listed_name.find_last_not_of("0123456789");
+    if (last != std::string::npos && listed_name[last] == ';')
+        options.versions = true;
+}
+
 Command unpack_command(const std::string& archive, const std::string& target_dir,
-                       const std::string& sevenzip) {
+                       const std::string& sevenzip, const UnzipOptions& options) {
     Command command;
     std::vector<std::string>& argv = command.argv;
     switch (kind_of(archive)) {
     case ArchiveKind::Zip:
-        argv = {"unzip", "-o", unzip_path(archive), "-d", target_dir};
+        argv = {"unzip", "-o"};
+        if (options.control_characters)
+            argv.emplace_back("-^");
+        if (options.versions)
+            argv.emplace_back("-V");
+        append(argv, {unzip_path(archive), "-d", target_dir});
         return command;
     case ArchiveKind::SevenZ: {
         argv = {program_or_7z(sevenzip), "x", "-bd", "-bb1", "-y"};

@@ -25,9 +25,18 @@ struct Command {
 [[nodiscard]] std::vector<std::string> pack_command(Format format, const std::string& archive,
                                                     const std::vector<std::string>& names,
                                                     const std::string& sevenzip);
+// What keeps unzip from changing names: it leaves control characters out and cuts off what looks
+// like a version, so that several entries would become one file.
+struct UnzipOptions {
+    bool control_characters = false;
+    bool versions = false;
+};
+// Adds what a name, as the listing prints it, needs.
+void add_needed(UnzipOptions& options, const std::string& listed_name);
+
 // For all but plain archives.
 [[nodiscard]] Command unpack_command(const std::string& archive, const std::string& target_dir,
-                                     const std::string& sevenzip);
+                                     const std::string& sevenzip, const UnzipOptions& options = {});
 [[nodiscard]] std::vector<std::string> list_command(const std::string& archive,
                                                     const std::string& sevenzip);
 

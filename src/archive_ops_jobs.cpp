@@ -3,6 +3,7 @@
 #include "archive_ops.h"
 #include "archive_ops_child.h"
 #include "archive_ops_commands.h"
+#include "archive_ops_list.h"
 #include "bg_task.h"
 #include "format.h"
 #include "fs_ops.h"
@@ -184,6 +185,26 @@ void unpack_plain(const UnpackJob& job, const NameReader& reader, Reporter& repo
     Log::infof("UNPACK ok: %s (%" PRId64 " B)", out.c_str(), bytes);
 }
 
+// A look at the names before they are unpacked. What goes wrong is told by the unpacking.
+UnzipOptions unzip_options(const UnpackJob& job, Reporter& reporter) {
+    UnzipOptions options;
+    LineCutter lines([&options](const std::string& line) {
+        ListEntry entry;
+        if (parse_zip_line(line, entry))
+            add_needed(options, entry.name);
+    });
+    Child child;
+    child.argv = list_command(job.archive, job.sevenzip);
+    child.keep_going = [&reporter] { return reporter.keep_going(); };
+    child.on_output = [&lines](std::string_view bytes) {
+        lines.add(bytes);
+        return true;
+    };
+    child.on_error_output = [](std::string_view) {};
+    (void)run_child(child);
+    return options;
+}
+
 void unpack(const UnpackJob& job, Reporter& reporter) {
     const std::string error = fsops::make_dirs(job.target_dir, 0755);
     if (!error.empty()) {
@@ -201,14 +222,16 @@ void unpack(const UnpackJob& job, Reporter& reporter) {
         reporter.fail("7z is not installed");
         return;
     }
-    const Command command = unpack_command(job.archive, job.target_dir, job.sevenzip);
+    const UnzipOptions options =
+        kind_of(job.archive) == ArchiveKind::Zip ? unzip_options(job, reporter) : UnzipOptions();
+    const Command command = unpack_command(job.archive, job.target_dir, job.sevenzip, options);
     int64_t count = 0;
-    const bool ok =
-        run_with_output(command.argv, command.cwd, reporter, [&](const std::string& line) {
-            reporter.set_detail(line);
-            reporter.advance(1);
-            ++count;
-        });
+    const bool ok = reporter.keep_going() && run_with_output(command.argv, command.cwd, reporter,
+                                                             [&](const std::string& line) {
+                                                                 reporter.set_detail(line);
+                                                                 reporter.advance(1);
+                                                                 ++count;
+                                                             });
     if (!ok) {
         log_unpack_failed(job);
         return;

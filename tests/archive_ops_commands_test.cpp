@@ -73,6 +73,29 @@ TEST(ArchiveOpsCommands, root_unpacks_for_root) {
     EXPECT_EQ(unpacking("/a/x.zip"), (Words{"unzip", "-o", "/a/x.zip", "-d", "/t u"}));
 }
 
+// As the listing prints them: a newline is "^J", and 255 is the one byte above 126 that unzip
+// leaves out.
+TEST(ArchiveOpsCommands, names_that_unzip_would_change) {
+    const auto with = [](const Words& names) {
+        archive_ops::UnzipOptions options;
+        for (const std::string& name : names)
+            archive_ops::add_needed(options, name);
+        const Words argv = archive_ops::unpack_command("/a/x.zip", "/t", "", options).argv;
+        EXPECT_EQ(Words(argv.end() - 3, argv.end()), (Words{"/a/x.zip", "-d", "/t"}));
+        return Words(argv.begin(), argv.end() - 3);
+    };
+    EXPECT_EQ(with({}), (Words{"unzip", "-o"}));
+    EXPECT_EQ(with({"a", "ünï", "x\xfe", "1", "12", ";", "a;b", "a;1b", "a;1/", "f;1/x"}),
+              (Words{"unzip", "-o", "-V"}));
+    EXPECT_EQ(with({"a", "ünï", "x\xfe", "1", "12", "a;b", "a;1b", "a;1/", "f;1/x", ""}),
+              (Words{"unzip", "-o"}));
+    for (const char* name : {"a^Jb", "^", "x\xff"})
+        EXPECT_EQ(with({"a", name, "b"}), (Words{"unzip", "-o", "-^"})) << name;
+    for (const char* name : {"a;1", "a;", "f/a;1234567890", ";7"})
+        EXPECT_EQ(with({"a", name, "b"}), (Words{"unzip", "-o", "-V"})) << name;
+    EXPECT_EQ(with({"a^J;1"}), (Words{"unzip", "-o", "-^", "-V"}));
+}
+
 TEST(ArchiveOpsCommands, an_asterisk_in_the_target_is_kept_from_7z) {
     const archive_ops::Command command = archive_ops::unpack_command("/a/x.7z", "/t*", "7z");
     EXPECT_EQ(command.argv, (Words{"7z", "x", "-bd", "-bb1", "-y", "-o.", "/a/x.7z"}));
