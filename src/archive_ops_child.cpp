@@ -72,13 +72,32 @@ int reap(GPid pid) {
     return status;
 }
 
+// Reads and forgets. An archiver that cleans up says so first, and one that finds nobody to read
+// it would end there and then.
+void drain(int& fd) {
+    char buffer[4096];
+    if (read(fd, buffer, sizeof buffer) == 0)
+        close_stream(fd);
+}
+
 // The leader is reaped last of all: until then its number, which is the group's, is nobody else's.
-void stop(GPid pid) {
+void stop(Process& process, const std::function<void(int pid)>& before_end) {
     using Clock = std::chrono::steady_clock;
+    const GPid pid = process.pid;
+    before_end(pid);
     kill(-pid, SIGTERM);
     const auto until = Clock::now() + kGrace;
-    while (!has_ended(pid) && Clock::now() < until)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    while (!has_ended(pid) && Clock::now() < until) {
+        pollfd fds[] = {{process.out, POLLIN, 0}, {process.err, POLLIN, 0}};
+        if (poll(fds, std::size(fds), 2) <= 0)
+            continue;
+        if (fds[0].revents != 0)
+            drain(process.out);
+        if (fds[1].revents != 0)
+            drain(process.err);
+    }
+    if (!has_ended(pid))
+        before_end(pid);
     // Also what the leader has left behind: nobody reads it any more.
     kill(-pid, SIGKILL);
     reap(pid);
@@ -158,10 +177,11 @@ ChildEnd run_child(const Child& child) {
         (void)poll(&wake, 1, 2);
         keep_going = child.keep_going();
     }
+    if (!keep_going)
+        stop(process, child.before_end);
     close_stream(process.out);
     close_stream(process.err);
     if (!keep_going) {
-        stop(process.pid);
         end.kind = ChildEnd::Kind::Stopped;
         return end;
     }

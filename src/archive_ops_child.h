@@ -47,6 +47,9 @@ struct Child {
     std::function<void()> on_output_end = [] {};
     std::function<void(std::string_view bytes)> on_error_output;
     std::function<void()> on_error_end = [] {};
+    // Of a child that is stopped, while it still runs: before it is told to end, and once more when
+    // it is killed because it has not.
+    std::function<void(int pid)> before_end = [](int) {};
 };
 
 struct ChildEnd {

@@ -55,11 +55,15 @@ bool ended_well(Reporter& reporter, const ChildEnd& end) {
     return true;
 }
 
-bool run_with_output(const std::vector<std::string>& argv, const std::string& cwd,
-                     Reporter& reporter, const LineCutter::OnLine& on_line) {
+using BeforeEnd = std::function<void(int pid)>;
+
+bool run_with_output(
+    const std::vector<std::string>& argv, const std::string& cwd, Reporter& reporter,
+    const LineCutter::OnLine& on_line, const BeforeEnd& before_end = [](int) {}) {
     LineCutter lines(on_line);
     Child child = child_for(reporter, argv);
     child.cwd = cwd;
+    child.before_end = before_end;
     child.on_output = [&lines](std::string_view bytes) {
         lines.add(bytes);
         return true;
@@ -128,6 +132,40 @@ void measure(const PackJob& job, Reporter& reporter) {
         Log::infof("  … and %zu more", job.sources.size() - kLoggedSources);
 }
 
+bool same_file(const fsops::Stat& a, const fsops::Stat& b) {
+    return a.exists && b.exists && a.device == b.device && a.inode == b.inode;
+}
+
+using Files = std::vector<std::pair<std::string, fsops::Stat>>;
+
+// The files of a folder that a process has open for writing.
+Files written_by(int pid, const std::string& folder) {
+    Files files;
+    const fsops::Stat wanted = fsops::stat_path(folder);
+    const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
+    for (const fsops::RawEntry& entry : fsops::list_dir_raw(fds).entries) {
+        const std::string fd = su::join_path(fds, entry.name);
+        std::string path;
+        // The mode of the link itself says what the file was opened for.
+        if ((fsops::lstat_path(fd).perm & 0200) == 0 || !fsops::read_link(fd, path).empty())
+            continue;
+        const fsops::Stat file = fsops::lstat_path(path);
+        if (file.is_regular && same_file(fsops::stat_path(su::parent_of(path)), wanted))
+            files.emplace_back(path, file);
+    }
+    return files;
+}
+
+void remove_partial(const PackJob& job, const Files& half_written) {
+    if (fsops::exists(job.archive))
+        (void)fsops::remove_file(job.archive);
+    Log::warnf("PACK aborted, removed partial %s", job.archive.c_str());
+    for (const auto& [path, file] : half_written) {
+        if (same_file(fsops::lstat_path(path), file) && fsops::remove_file(path).empty())
+            Log::warnf("PACK aborted, removed partial %s", path.c_str());
+    }
+}
+
 void pack(const PackJob& job, Reporter& reporter) {
     // Neither to be added to nor to be removed when packing fails.
     if (fsops::exists(job.archive)) {
@@ -139,18 +177,21 @@ void pack(const PackJob& job, Reporter& reporter) {
     for (const std::string& source : job.sources)
         names.push_back(su::basename_of(source));
 
+    const auto on_line = [&reporter](const std::string& line) {
+        reporter.set_detail(line);
+        reporter.advance(1);
+    };
+    // Some write under names of their own until all is done, and not all clean up when they end.
+    Files half_written;
+    const auto before_end = [&](int pid) {
+        const Files files = written_by(pid, su::parent_of(job.archive));
+        half_written.insert(half_written.end(), files.begin(), files.end());
+    };
     const bool packed = reporter.keep_going() &&
                         run_with_output(pack_command(job.format, job.archive, names, job.sevenzip),
-                                        job.base, reporter, [&reporter](const std::string& line) {
-                                            reporter.set_detail(line);
-                                            reporter.advance(1);
-                                        });
-    if (!packed || !reporter.keep_going()) {
-        if (fsops::exists(job.archive))
-            (void)fsops::remove_file(job.archive);
-        Log::warnf("PACK aborted, removed partial %s", job.archive.c_str());
-        return;
-    }
+                                        job.base, reporter, on_line, before_end);
+    if (!packed || !reporter.keep_going())
+        return remove_partial(job, half_written);
     const int64_t size = fsops::lstat_path(job.archive).size;
     reporter.set_result(sized(job.archive, fmt::bytes(size)));
     Log::infof("PACK ok: %s (%" PRId64 " B)", job.archive.c_str(), size);

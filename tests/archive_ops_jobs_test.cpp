@@ -3,6 +3,7 @@
 #include "format.h"
 #include "fresh_process.h"
 #include "log_lines.h"
+#include "shim.h"
 #include "test_env.h"
 #include "tree.h"
 #include "wait_until.h"
@@ -12,6 +13,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -188,6 +190,33 @@ TEST_F(ArchiveOpsJobs, a_single_file_takes_nobodys_place) {
     }
 }
 
+// What comes to stand there after the look is neither written to nor removed.
+TEST_F(ArchiveOpsJobs, a_single_file_takes_nobodys_place_in_the_last_moment_either) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_SHIM(SYS_openat);
+    test_env::write_file(dir / "a", "new");
+    test_env::write_file(dir / "other", "mine");
+    ASSERT_EQ(test_env::run("gzip " + (dir / "a")), 0);
+    for (const char* there : {"cp ../other a", "ln -s ../other a", "ln -s missing a"}) {
+        const test_env::TempDir target(dir.path());
+        shim::rule(
+            SYS_openat,
+            [&](const shim::Call& call) {
+                EXPECT_EQ(call.nth, 1);
+                EXPECT_EQ(test_env::run("cd " + target.path() + " && " + there), 0);
+                return shim::go();
+            },
+            shim::path_ends(1, target / "a"));
+        const BgTask::Status status = unpacked(dir / "a.gz", target.path());
+        shim::clear();
+        EXPECT_EQ(status.failures, Names{"cannot write " + (target / "a")}) << there;
+        EXPECT_EQ(status.result, "");
+        EXPECT_TRUE(test_env::exists(target / "a")) << there;
+        EXPECT_EQ(test_env::read_file(dir / "other"), "mine") << there;
+        EXPECT_FALSE(test_env::exists(target / "missing"));
+    }
+}
+
 TEST_F(ArchiveOpsJobs, a_broken_single_file_leaves_nothing) {
     test_env::write_file(dir / "a", test_env::pattern(1000000));
     ASSERT_EQ(test_env::run("gzip " + (dir / "a") + " && truncate -s 500000 " + (dir / "a.gz")), 0);
@@ -355,6 +384,70 @@ TEST_F(ArchiveOpsJobs, a_child_that_ignores_the_request_is_killed_after_a_second
     EXPECT_GT(took, std::chrono::milliseconds(950));
     EXPECT_LT(took, std::chrono::milliseconds(2500));
     EXPECT_TRUE(is_gone("leader"));
+}
+
+// The names in a zip are looked at first, so that unzip does not change them.
+TEST_F(ArchiveOpsJobs, cancelled_at_the_look_nothing_is_unpacked) {
+    REQUIRE_FRESH_PROCESS();
+    tool("unzip", "if [ \"$1\" != -l ]; then echo > " + (dir / "unpacking") +
+                      "; exit; fi\necho > " + (dir / "looking") +
+                      "; while :; do /bin/sleep 0.01; done");
+    ASSERT_TRUE(archive_ops::start_unpack("/a/x.zip", in(), "Unpacking"));
+    ASSERT_TRUE(test_env::wait_until([this] { return test_env::exists(dir / "looking"); }));
+    BgTask::instance().cancel();
+    EXPECT_EQ(finished().failures, Names{});
+    EXPECT_FALSE(test_env::exists(dir / "unpacking"));
+    EXPECT_EQ(test_env::logged("UNPACK failed: /a/x.zip -> " + in()), 1);
+}
+
+// As zip and 7z do, which write beside the archive until they are done. A file that is only read,
+// one that is written elsewhere, and one that is another's by the end stay.
+TEST_F(ArchiveOpsJobs, what_a_killed_archiver_was_writing_goes_and_nothing_else) {
+    REQUIRE_FRESH_PROCESS();
+    test_env::write_file(in() + "/a", "x");
+    test_env::make_dirs(dir / "out");
+    test_env::make_dirs(dir / "elsewhere");
+    for (const char* name : {"read", "ziOTHER1", "x.zip.tmp"})
+        test_env::write_file(dir / (std::string("out/") + name), "mine");
+    ASSERT_EQ(symlink("out", (dir / "link").c_str()), 0);
+    tool("zip", "trap '' TERM PIPE; cd " + (dir / "out") +
+                    "; exec 3> ziABCDEF 4< read 5> ../elsewhere/written 6> replaced 7>&1"
+                    "; echo part >&3; /bin/mv replaced ../elsewhere/; echo new > replaced"
+                    "; echo $$ > " +
+                    (dir / "leader") + "; echo 1; while :; do /bin/sleep 0.02; done");
+    ASSERT_TRUE(
+        archive_ops::start_pack({in() + "/a"}, in(), dir / "link/x.zip", Format::Zip, "Packing"));
+    ASSERT_TRUE(test_env::wait_until([] { return BgTask::instance().snapshot().done > 0; }));
+    EXPECT_TRUE(test_env::exists(dir / "out/ziABCDEF"));
+    BgTask::instance().cancel();
+    EXPECT_EQ(finished().failures, Names{});
+    EXPECT_TRUE(is_gone("leader"));
+    EXPECT_FALSE(test_env::exists(dir / "out/ziABCDEF"));
+    for (const char* name :
+         {"out/read", "out/ziOTHER1", "out/x.zip.tmp", "out/replaced", "elsewhere/written"})
+        EXPECT_TRUE(test_env::exists(dir / name)) << name;
+    EXPECT_EQ(test_env::logged("PACK aborted, removed partial " + (dir / "link/x.zip")), 1);
+    EXPECT_EQ(test_env::logged("PACK aborted, removed partial " + (dir / "out/ziABCDEF")), 1);
+}
+
+// The real ones, told to end in the middle of their work.
+TEST_F(ArchiveOpsJobs, a_cancelled_archiver_leaves_nothing_beside_the_archive) {
+    REQUIRE_FRESH_PROCESS();
+    test_env::make_dirs(dir / "out");
+    test_env::write_file(in() + "/small", "x");
+    ASSERT_EQ(test_env::run("truncate -s 8G '" + in() + "/zlarge'"), 0);
+    for (const Format format : archive_ops::kAllFormats) {
+        const std::string archive =
+            dir / (std::string("out/x") + archive_ops::extension_for(format));
+        ASSERT_TRUE(archive_ops::start_pack({in() + "/small", in() + "/zlarge"}, in(), archive,
+                                            format, "Packing"));
+        ASSERT_TRUE(test_env::wait_until([this] {
+            return !tree::snapshot(dir / "out").empty() || !BgTask::instance().is_running();
+        }));
+        BgTask::instance().cancel();
+        EXPECT_EQ(finished().failures, Names{}) << archive;
+        EXPECT_EQ(tree::difference_text({}, tree::snapshot(dir / "out")), "") << archive;
+    }
 }
 
 TEST_F(ArchiveOpsJobs, a_cancelled_unpacking_keeps_what_is_out_but_no_part_of_a_single_file) {
