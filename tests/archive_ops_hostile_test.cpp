@@ -167,6 +167,59 @@ TEST_F(ArchiveOpsHostile, truncated_archives_are_failures) {
     }
 }
 
+// Of every ending. Nothing of it is left of a single compressed file.
+TEST_F(ArchiveOpsHostile, broken_archives_end_with_the_tools_message) {
+    REQUIRE_FRESH_PROCESS();
+    test_env::write_file(dir / "big", test_env::pattern(60000));
+    const auto by = [this](const std::string& tool, const std::string& name) {
+        return tool == "zip" || tool == "7z"
+                   ? "cd " + dir.path() + " && " + tool + (tool == "7z" ? " a " : " ") + name +
+                         " big >/dev/null"
+                   : (name.find(".t") != std::string::npos ? "tar -C " + dir.path() + " -c big"
+                                                           : "cat " + (dir / "big")) +
+                         " | " + tool + " > " + (dir / name);
+    };
+    for (const auto& [tool, name] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"gzip", "x.tar.gz"},   {"gzip", "x.tgz"},      {"xz", "x.tar.xz"},
+             {"xz", "x.txz"},        {"lzma", "x.tar.lzma"}, {"lzip", "x.tar.lz"},
+             {"bzip2", "x.tar.bz2"}, {"bzip2", "x.tbz2"},    {"bzip2", "x.tbz"},
+             {"zstd", "x.tar.zst"},  {"zstd", "x.tzst"},     {"lz4", "x.tar.lz4"},
+             {"cat", "x.tar"},       {"zip", "x.zip"},       {"7z", "x.7z"},
+             {"gzip", "x.gz"},       {"xz", "x.xz"},         {"lzma", "x.lzma"},
+             {"bzip2", "x.bz2"},     {"zstd", "x.zst"},      {"lz4", "x.lz4"},
+             {"lzip", "x.lz"}}) {
+        const std::string archive = dir / name;
+        ASSERT_EQ(test_env::run(by(tool, name)), 0) << name;
+        const std::string whole = test_env::read_file(archive);
+        for (const bool garbage : {false, true}) {
+            test_env::write_file(archive,
+                                 garbage ? test_env::pattern(30000) : whole.substr(0, 30000));
+            const test_env::TempDir target(dir.path());
+            const BgTask::Status status = unpacked(archive, target.path());
+            // The tool's own words, and the exit status.
+            EXPECT_GT(status.failures.size(), 1u) << name << garbage << text_of(status);
+            EXPECT_EQ(status.result, "") << name;
+            EXPECT_FALSE(test_env::exists(target / "x")) << name;
+        }
+    }
+    EXPECT_EQ(tree::difference_text(before, tree::snapshot(dir / "outside")), "");
+}
+
+// A newline would end a log line or a row, an escape would speak to a terminal.
+TEST_F(ArchiveOpsHostile, control_characters_in_names_lead_nowhere_else) {
+    REQUIRE_FRESH_PROCESS();
+    ASSERT_EQ(test_env::run("/usr/bin/python3 -c \"\nimport zipfile\n"
+                            "z = zipfile.ZipFile('" +
+                            (dir / "x.zip") +
+                            "', 'w')\n"
+                            "for n in ['good', '../outside/mi\\nne', '../outside\\n/mine', "
+                            "'\\x1b[31m/../../outside/mine', '..\\x08/../outside/new', "
+                            "'/\\n..' + '" +
+                            (dir / "outside/new;1") + "']: z.writestr(n, 'good')\nz.close()\""),
+              0);
+    expect_nothing_outside("x.zip");
+}
+
 TEST_F(ArchiveOpsHostile, names_with_control_characters_are_reported) {
     REQUIRE_FRESH_PROCESS();
     test_env::make_dirs(dir / "in");
@@ -182,16 +235,108 @@ TEST_F(ArchiveOpsHostile, names_with_control_characters_are_reported) {
         EXPECT_EQ(text_of(status), "");
         tree::Compare how;
         how.times = false;
-        if (name == "x.tar") {
-            EXPECT_EQ(tree::difference_text(tree::snapshot(dir / "in"),
-                                            tree::snapshot(dir / ("out " + name)), how),
-                      "");
-        }
+        EXPECT_EQ(tree::difference_text(tree::snapshot(dir / "in"),
+                                        tree::snapshot(dir / ("out " + name)), how),
+                  "");
     }
 }
 
 // --- Large ones
 // -----------------------------------------------------------------------------------
+
+// Many zeros in a few MB: the same compressed block of 16 MiB so many times. A tool, or "zip".
+constexpr const char* kBomber = R"PY(
+import struct, subprocess, sys, tarfile, zlib
+tool, path, blocks = sys.argv[1], sys.argv[2], int(sys.argv[3])
+block = bytes(16 << 20)
+out = open(path, 'wb')
+if tool != 'zip':
+    pack = lambda data: subprocess.run([tool, '-c'], input=data, capture_output=True).stdout
+    if '.tar' in path:
+        entry = tarfile.TarInfo('zeros')
+        entry.size = blocks << 24
+        out.write(pack(tarfile.TarInfo('good').tobuf() + entry.tobuf()))
+    out.write(pack(block) * blocks)
+else:
+    deflate = zlib.compressobj(9, zlib.DEFLATED, -15)
+    data = (deflate.compress(block) + deflate.flush(zlib.Z_FULL_FLUSH)) * blocks + b'\x03\0'
+    about = (8, 0, 0x21, 0, len(data), blocks << 24, 5, 0)
+    local = struct.pack('<IHHHHHIIIHH', 0x04034b50, 20, 0, *about) + b'zeros'
+    entry = struct.pack('<IHHHHHHIIIHHHHHII', 0x02014b50, 0x314, 20, 0, *about, 0, 0, 0,
+                        0o100644 << 16, 0) + b'zeros'
+    out.write(local + data + entry + struct.pack('<IHHHHIIH', 0x06054b50, 0, 0, 1, 1, len(entry),
+                                                 len(local) + len(data), 0))
+)PY";
+
+class ArchiveOpsBomb : public ArchiveOpsHostile {
+  protected:
+    void make(const std::string& tool, const std::string& archive, int blocks) {
+        test_env::write_file(dir / "bomber.py", kBomber);
+        ASSERT_EQ(test_env::run("/usr/bin/python3 '" + (dir / "bomber.py") + "' " + tool + " '" +
+                                (dir / archive) + "' " + std::to_string(blocks)),
+                  0);
+    }
+    // The target is a disk of 4 MB, which stays full but for a single file.
+    void expect_full_disk(const std::string& archive, const std::string& word) {
+        const std::string disk = dir / "disk";
+        test_env::make_dirs(disk);
+        ASSERT_TRUE(test_env::mount_tmpfs(disk, "size=4m"));
+        EXPECT_LT(test_env::lstat_of(dir / archive).st_size, 20 << 20);
+        const auto begin = Clock::now();
+        ASSERT_TRUE(archive_ops::start_unpack(dir / archive, disk, "Unpacking"));
+        EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(500));
+        ASSERT_TRUE(test_env::wait_until([] { return !BgTask::instance().is_running(); }, 120));
+        const BgTask::Status status = BgTask::instance().snapshot();
+        EXPECT_NE(text_of(status).find(word), std::string::npos) << archive << text_of(status);
+        EXPECT_EQ(status.result, "") << archive;
+        EXPECT_EQ(tree::difference_text(before, tree::snapshot(dir / "outside")), "") << archive;
+        EXPECT_FALSE(test_env::exists(disk + "/x")) << archive;
+        ASSERT_EQ(test_env::run("umount '" + disk + "'"), 0);
+    }
+};
+
+// By one tool of each way: into a file of ours, by tar with and without a program, by unzip. Where
+// the tool goes on to the archive's end there are fewer zeros; all of them are for the night.
+TEST_F(ArchiveOpsBomb, gigabytes_of_zeros_fill_the_target_and_no_more) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_PRIVATE_MOUNTS();
+    make("zstd", "x.zst", 256);
+    expect_full_disk("x.zst", "writing the unpacked file failed");
+    for (const auto& [tool, archive, word] : {std::tuple{"zstd", "x.tar.zst", "tar: "},
+                                              {"lz4", "x.tar.lz4", "tar: "},
+                                              {"zip", "x.zip", "disk full?"}}) {
+        make(tool, archive, 8);
+        expect_full_disk(archive, word);
+    }
+}
+
+class NightlyArchiveOpsBomb : public ArchiveOpsBomb {};
+
+TEST_F(NightlyArchiveOpsBomb, four_gigabytes_of_zeros_by_every_tool) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_PRIVATE_MOUNTS();
+    for (const auto& [tool, ending] : {std::pair{"gzip", "gz"},
+                                       {"xz", "xz"},
+                                       {"lzma", "lzma"},
+                                       {"bzip2", "bz2"},
+                                       {"zstd", "zst"},
+                                       {"lz4", "lz4"},
+                                       {"lzip", "lz"}}) {
+        make(tool, std::string("x.") + ending, 256);
+        expect_full_disk(std::string("x.") + ending, "writing the unpacked file failed");
+        // What lzma writes is one stream and no more.
+        if (ending == std::string("lzma"))
+            continue;
+        make(tool, std::string("x.tar.") + ending, 256);
+        expect_full_disk(std::string("x.tar.") + ending, "tar: ");
+    }
+    make("zip", "x.zip", 255);
+    expect_full_disk("x.zip", "disk full?");
+    ASSERT_EQ(test_env::run("cd '" + dir.path() + "' && truncate -s 4G x && " +
+                            "7z a -mx=1 x.7z x >/dev/null && rm x"),
+              0);
+    expect_full_disk("x.7z", "No space left on device");
+}
 
 TEST(NightlyArchiveOpsList, of_a_million_entries_the_first_are_there_at_once) {
     REQUIRE_FRESH_PROCESS();
