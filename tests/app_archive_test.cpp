@@ -3,11 +3,11 @@
 #include "app_pane_paint.h"
 
 #include "app_texts.h"
+#include "busy_task.h"
 #include "format.h"
 #include "fresh_process.h"
 #include "strutil.h"
 
-#include <atomic>
 #include <cstdlib>
 
 namespace {
@@ -174,6 +174,54 @@ TEST_F(AppArchive, without_the_archive_s_tool_a_message_says_so) {
     EXPECT_TRUE(app().m_archive_path.empty());
 }
 
+TEST_F(AppArchive, in_a_sandbox_the_message_tells_of_the_other_editions) {
+    REQUIRE_FRESH_PROCESS();
+    setenv("SNAP", "/snap/ferrodeck/1", 1);
+    setenv("SNAP_NAME", "ferrodeck", 1);
+    const std::string text =
+        "The program for this format is missing. The Snap edition may not run the system's "
+        "programs and has only what its base provides (tar, gzip, bzip2). The .deb, .rpm, AppImage "
+        "and Arch editions handle every format.";
+    install({{"tar", ""}, {"gzip", ""}, {"bzip2", ""}});
+    for (const char* name : {"a.zip", "a.7z", "a.tar.xz", "a.tar.gz", "a.gz", "a.txt"})
+        write_file(left() + "/" + name, "x");
+    start();
+    for (const char* name : {"a.zip", "a.7z", "a.tar.xz"}) {
+        put_cursor_on(name);
+        for (const Action action : {Action::Unpack, Action::ViewArchive}) {
+            app().perform(action, 0);
+            expect_message("Caution", text, true);
+        }
+    }
+    EXPECT_TRUE(app().m_pending_unpack.empty());
+    EXPECT_TRUE(app().m_archive_path.empty());
+    // What the base provides is unpacked as everywhere.
+    for (const char* name : {"a.tar.gz", "a.gz"}) {
+        put_cursor_on(name);
+        app().perform(Action::Unpack, 0);
+        EXPECT_EQ(app().m_overlay, Overlay::UnpackSide) << name;
+        app().close_overlay();
+    }
+    // The other guards are asked before the tool.
+    put_cursor_on("a.txt");
+    app().open_unpack();
+    expect_message("Caution", "This is not an archive this app can open.", true);
+}
+
+TEST_F(AppArchive, in_a_sandbox_without_any_archiver_the_message_is_the_same) {
+    REQUIRE_FRESH_PROCESS();
+    setenv("SNAP", "/snap/ferrodeck/1", 1);
+    setenv("SNAP_NAME", "ferrodeck", 1);
+    install({{"unzip", ""}});  // which packs nothing
+    write_file(left() + "/a.zip", "x");
+    start();
+    put_cursor_on("a.zip");
+    for (const Action action : {Action::Unpack, Action::ViewArchive}) {
+        app().perform(action, 0);
+        expect_message("Caution", tr("err.archiver_sandboxed"), true);
+    }
+}
+
 TEST_F(AppArchive, without_any_archiver_a_message_says_so) {
     REQUIRE_FRESH_PROCESS();
     install({{"unzip", ""}});  // which packs nothing
@@ -239,16 +287,53 @@ TEST_F(AppArchiveWork, nothing_is_unpacked_while_another_task_runs) {
     start();
     put_cursor_on("a.tar");
     app().perform(Action::Unpack, 0);
-    std::atomic<bool> go{false};
-    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Delete, "x", [&go](BgTask::Reporter&) {
-        while (!go)
-            g_usleep(1000);
-    }));
+    ASSERT_TRUE(test_env::start_busy_task());
     app().perform(Action::UnpackRight, 0);
     expect_message("Still busy", tr("dlg.busy_text"), false);
-    go = true;
+    BgTask::instance().cancel();
     ASSERT_TRUE(settle());
     EXPECT_EQ(names(true), (std::vector<std::string>{".."}));
+}
+
+// 4 GiB of zeros on a disk of 4 MB, of which tar reads on to the end.
+TEST_F(AppArchiveWork, the_window_lives_while_an_archive_of_zeros_fills_the_disk) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_PRIVATE_MOUNTS();
+    ASSERT_TRUE(test_env::mount_tmpfs(right(), "size=4m"));
+    const test_env::TempDir scratch;
+    ASSERT_EQ(run("cd '" + scratch.path() +
+                  "' && /usr/bin/python3 -c \"\nimport sys, tarfile\n"
+                  "entry = tarfile.TarInfo('zeros')\nentry.size = 4 << 30\n"
+                  "sys.stdout.buffer.write(entry.tobuf())\" | zstd -q > head && "
+                  "head -c 16M /dev/zero | zstd -q > block && "
+                  "(cat head; for i in $(seq 256); do cat block; done) > '" +
+                  left() + "/bomb.tar.zst'"),
+              0);
+    start();
+    put_cursor_on("bomb.tar.zst");
+    app().perform(Action::Unpack, 0);
+    frame();
+    click(button(Action::UnpackRight));
+    const std::string& out = right() + "/zeros";
+    ASSERT_TRUE(pump_until([&out] { return exists(out); }));
+    double longest = 0;
+    for (int i = 0; i < 15; ++i) {
+        const double from = App::now_seconds();
+        while (gtk_events_pending())
+            gtk_main_iteration_do(FALSE);
+        app().tick();
+        frame();
+        longest = std::max(longest, App::now_seconds() - from);
+        g_usleep(10000);
+    }
+    EXPECT_TRUE(BgTask::instance().is_running());
+    EXPECT_LT(longest, 1);
+    key(GDK_KEY_Escape);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(app().m_result.cancelled);
+    EXPECT_EQ(names(), (std::vector<std::string>{"..", "bomb.tar.zst"}));
+    EXPECT_EQ(names(true), (std::vector<std::string>{"..", "zeros"}));
+    ASSERT_EQ(run("umount '" + right() + "'"), 0);
 }
 
 // --- The archive's contents -------------------------------------------------------------------

@@ -5,6 +5,7 @@
 
 #include "app_texts.h"
 #include "archive_ops.h"
+#include "busy_task.h"
 #include "file_ops.h"
 #include "format.h"
 #include "fresh_process.h"
@@ -329,10 +330,7 @@ TEST_F(Bridge, all_buttons_are_disabled_while_the_frame_shows_work) {
     start_with_all_enabled();
     EXPECT_FALSE(buttons().empty());
     const App::HitRect refresh = hit(App::Hit::BridgeRefresh);
-    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
-        while (reporter.keep_going())
-            g_usleep(1000);
-    }));
+    ASSERT_TRUE(test_env::start_busy_task());
     app().m_bgtask_was_running = true;
     frame();
     EXPECT_TRUE(buttons().empty());

@@ -4,6 +4,7 @@
 #include "app_fixture.h"
 
 #include "app_redraw.h"
+#include "busy_task.h"
 #include "faultfs.h"
 #include "fresh_process.h"
 #include "logger.h"
@@ -210,10 +211,7 @@ TEST_F(AppFileOps, a_shown_folder_is_found_from_the_root_on) {
 TEST_F(AppFileOps, a_second_task_is_refused_while_one_runs) {
     write_file(left() + "/a", "x");
     start();
-    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [](BgTask::Reporter& reporter) {
-        while (reporter.keep_going())
-            g_usleep(1000);
-    }));
+    ASSERT_TRUE(test_env::start_busy_task());
     mark("a");
     for (const Action action : {Action::DeleteToTrash, Action::DeletePermanent}) {
         app().perform(action, 0);

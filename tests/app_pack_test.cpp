@@ -4,10 +4,10 @@
 #include "app_pane_paint.h"
 
 #include "app_texts.h"
+#include "busy_task.h"
 #include "fresh_process.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 
 namespace {
@@ -576,6 +576,27 @@ TEST_F(AppPack, a_name_that_no_archive_can_have_is_refused) {
     EXPECT_TRUE(exists(right() + "/taken.tar"));
 }
 
+// No name in a list is anything but text, so neither is one that is proposed. What stands behind it
+// is not found, and no archive is left.
+TEST_F(AppPack, an_entry_whose_name_is_no_text_is_told_of_and_not_packed) {
+    const std::string name = "\xef\xbf\xbd ok";
+    write_file(left() + "/\xff ok", "content");
+    start();
+    for (const char* label : {"tar", "zip", "7z"}) {
+        settings().archive_format = label;
+        put_cursor_on(name);
+        app().perform(Action::Pack, 0);
+        EXPECT_EQ(app().m_input_buffer, name);
+        paint();
+        EXPECT_NE(painted_text(name + "." + label), nullptr);
+        key(GDK_KEY_Return);
+        EXPECT_EQ(app().m_overlay, Overlay::None) << app().m_overlay_text;
+        ASSERT_TRUE(settle());
+        EXPECT_GT(app().m_result.failures, 0U) << label;
+        EXPECT_EQ(names(), (std::vector<std::string>{"..", name})) << label;
+    }
+}
+
 // 251 bytes and ".tar" are as many as a name can have. What the whole is called does not matter to
 // a name that an entry without the extension has.
 TEST_F(AppPack, a_name_that_is_just_free_is_taken) {
@@ -619,15 +640,11 @@ TEST_F(AppPack, the_selection_is_packed_into_the_chosen_side) {
 
 TEST_F(AppPack, while_another_task_runs_a_message_says_so) {
     start_with_entry();
-    std::atomic<bool> go{false};
     open();
-    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Delete, "x", [&go](BgTask::Reporter&) {
-        while (!go)
-            g_usleep(1000);
-    }));
+    ASSERT_TRUE(test_env::start_busy_task());
     app().perform(Action::OverlayOk, 0);
     expect_message("Still busy", tr("dlg.busy_text"), false);
-    go = true;
+    BgTask::instance().cancel();
     ASSERT_TRUE(settle());
     EXPECT_EQ(names(), (std::vector<std::string>{"..", "entry"}));
 }

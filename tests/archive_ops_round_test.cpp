@@ -37,7 +37,10 @@ class ArchiveOpsRound : public testing::Test {
     void TearDown() override { archive_ops::cancel_list(); }
 
     std::string pack(const Names& names, Format format) {
-        const std::string archive = dir / (std::string("x") + archive_ops::extension_for(format));
+        return pack(names, format, std::string("x") + archive_ops::extension_for(format));
+    }
+    std::string pack(const Names& names, Format format, const std::string& archive_name) {
+        const std::string archive = dir / archive_name;
         Names sources;
         for (const std::string& name : names)
             sources.push_back(in() + "/" + name);
@@ -125,6 +128,24 @@ TEST_F(ArchiveOpsRound, no_name_is_changed_by_any_ending_that_is_read) {
         EXPECT_TRUE(archive_ops::can_unpack(archive)) << archive;
         EXPECT_EQ(tree::difference_text(before, unpack(archive), how), "") << archive;
         EXPECT_EQ(listed(archive), before.size() + 1) << archive;  // with "./"
+    }
+}
+
+TEST_F(ArchiveOpsRound, the_archive_s_own_name_may_be_any) {
+    REQUIRE_FRESH_PROCESS();
+    test_env::write_file(in() + "/a", "content");
+    const tree::Snapshot before = tree::snapshot(in());
+    for (const Format format : {Format::TarLz4, Format::Tar, Format::Zip, Format::SevenZ}) {
+        for (const char* name :
+             {"\xff\xfe", "new\nline", "-rf", " ", "a:b", "@x", "%s", "x;1", "a\x1b[31m", "-"}) {
+            const std::string ending = archive_ops::extension_for(format);
+            const std::string archive = pack({"a"}, format, name + ending);
+            ASSERT_TRUE(test_env::exists(archive));
+            EXPECT_EQ(tree::difference_text(before, unpack(archive), how), "") << archive;
+            EXPECT_EQ(listed(archive), 1u) << archive;
+            ASSERT_EQ(tree::snapshot(dir.path()).size(), 3u) << archive;
+            ASSERT_EQ(unlink(archive.c_str()), 0);
+        }
     }
 }
 
