@@ -214,6 +214,7 @@ void App::finish() {
         gdk_display_flush(display);
     end_workers();
     archive_ops::cancel_list();
+    close_hex_view();
     file_ops::folder_size::cancel();
     drives::shutdown_wait(kDrivesWaitMs);
 }
@@ -529,6 +530,7 @@ void App::tick() {
     poll_transfer_end(copying);
     poll_task_end(tasking);
     poll_conflict(conflict);
+    poll_held_message();
     if (copying || tasking)
         m_result.valid = false;
     m_transfer_was_running = copying;
@@ -536,6 +538,7 @@ void App::tick() {
     save_state_if_changed();
     const bool sizing = poll_sizing();
     const bool listing = poll_listing();
+    const bool searching = poll_hex();
     if (copying) {
         const std::string stalled = engine.watchdog_tick();
         if (!stalled.empty())
@@ -547,8 +550,8 @@ void App::tick() {
     ++m_idle_frame;
     const bool idle_redraw = m_overlay == Overlay::None && m_window &&
                              gtk_window_is_active(GTK_WINDOW(m_window)) && m_idle_frame % 2 == 0;
-    if (copying || tasking || conflict || sizing || listing || flashing || idle_redraw ||
-        m_progress_hold_until > 0)
+    if (copying || tasking || conflict || sizing || listing || searching || flashing ||
+        idle_redraw || m_progress_hold_until > 0)
         request_redraw();
 }
 
@@ -621,6 +624,17 @@ void App::poll_conflict(bool pending) {
 bool App::poll_sizing() {
     const bool sizing = file_ops::folder_size::snapshot().running;
     return std::exchange(m_sizing_was_running, sizing) || sizing;
+}
+
+// One at a time, and behind the engine's question.
+void App::poll_held_message() {
+    if (m_held_messages.empty() || conflict_waits() || m_overlay == Overlay::Message ||
+        m_overlay == Overlay::Conflict)
+        return;
+    const HeldMessage message = m_held_messages.front();
+    m_held_messages.erase(m_held_messages.begin());
+    show_message(message.title, message.text, message.is_error, message.action,
+                 message.action_label);
 }
 
 void App::poll_progress_hold() {

@@ -33,6 +33,7 @@
 #include <functional>
 #include <gtk/gtk.h>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -70,6 +71,8 @@ class App : public AppTypes {
     void poll_task_end(bool tasking);
     void poll_conflict(bool pending);
     void poll_progress_hold();
+    void poll_held_message();
+    bool poll_hex();     // true: there is something new to see
     bool poll_sizing();  // true: there is something new to see
 
     [[nodiscard]] static double now_seconds();  // the steady clock
@@ -289,7 +292,8 @@ class App : public AppTypes {
     [[nodiscard]] int overlay_line() const;
     // One row from the right, the last button rightmost; y is its top, w the panel's width. The
     // order is that in which the buttons pick their letters, which replace those of an earlier row.
-    void draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons);
+    // Where the row begins.
+    double draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons);
     void draw_button(double x, double y, double w, const ButtonSpec& button,
                      const Accelerator& accel);
     void draw_button_label(const char* key, const Rect& button, double centre,
@@ -331,6 +335,62 @@ class App : public AppTypes {
     void draw_overlay_archive(double x, double y, double w, double h);
     void draw_archive_head(double x, double y, double w, const archive_ops::ListStatus& status);
     void draw_archive_rows(const Rect& list, int total);
+
+    // --- Hex view: the file and its changes, keys (app_hex.cpp) ---------------------------------
+
+    // Offsets are bytes from the file's beginning. A regular file however large, of which nothing
+    // is read before it is asked for. False: it cannot be opened, or is something else, on which
+    // this does not wait; the log says why.
+    bool open_hex_view(const std::string& path);
+    void close_hex_view();  // with the changes that are not saved
+    // As shown, that is with the changes. False: outside the file, or it cannot be read.
+    bool hex_byte_at(int64_t offset, unsigned char* out) const;
+    // Beyond the file's ends nothing happens. What the file holds already is no change.
+    void hex_set_byte(int64_t offset, unsigned char value);
+    void hex_scroll_to_cursor();
+    // For what the find field holds; each tick does a slice of it.
+    void hex_start_search(int64_t from);
+    bool hex_search_step();  // true while it goes on
+    // Writes the changed bytes in place, and nothing else. Empty, or why it failed: then all
+    // changes are kept.
+    std::string hex_save();
+
+    void view_hex();  // the selected file
+    void hex_command(Action action);
+    void confirm_hex_save();
+    void ask_hex_close();  // in the view: what about the changes?
+    [[nodiscard]] bool hex_asks() const { return m_hex_confirm_save || m_hex_confirm_close; }
+    void set_hex_status(const std::string& text, bool is_error = false);
+    // How the bytes of some rows are shown, -1 for one that cannot be read. Reads no page again
+    // that could not be read before.
+    std::vector<int> hex_bytes_in_view(int64_t first, int count);
+
+    bool handle_hex_key(GdkEventKey* event);
+    void handle_hex_find_key(GdkEventKey* event);  // app_fields.cpp, as is the next
+    void hex_find_insert(const std::string& text);
+    void find_hex_text();
+    void escape_hex();
+    bool move_hex_cursor(guint key, bool ctrl);  // false: no such key
+    void put_hex_cursor(int64_t offset);
+    void type_hex(const std::string& text);
+    void take_hex_byte_back();
+    void click_hex_byte(const HitRect& hit);
+
+    // --- Hex view: painting (app_hex_paint.cpp) -------------------------------------------------
+
+    struct HexGrid;
+    void draw_overlay_hex(double x, double y, double w, double h);
+    HexGrid place_hex_grid(const Rect& list);
+    void draw_hex_head(const HexGrid& grid);
+    void draw_hex_rows(const HexGrid& grid);
+    void draw_hex_byte(const HexGrid& grid, int64_t offset, int value, double y);
+    void draw_hex_cursor(const HexGrid& grid, int column, double y);
+    void draw_hex_thumb(const Rect& list);
+    void draw_hex_question(double x, double y, double w, double h);
+    void draw_hex_tools(double x, double y, double w, double h);
+    void draw_hex_find_field(const Rect& box);
+    void draw_hex_status(double x, double y, double room);
+    void drag_hex_scroll(double y);
 
     // --- Settings (app_settings.cpp) ----------------------------------------------------------
 
@@ -441,9 +501,9 @@ class App : public AppTypes {
     [[nodiscard]] std::string failure_line(size_t index) const;
     void draw_overlay_errors(double x, double y, double w, double h);
     void draw_failures(const Rect& list, double left_free);
-    // The engine asks, and what the user has not saved comes first.
+    // What the user has not saved comes before any question and any message.
     [[nodiscard]] bool conflict_waits() const {
-        return m_overlay == Overlay::HexView && m_hex_unsaved;
+        return m_overlay == Overlay::HexView && !m_hex_edits.empty();
     }
     // The question came too short a time ago for this key or click to be meant for it.
     [[nodiscard]] bool conflict_too_new() const {
@@ -516,6 +576,8 @@ class App : public AppTypes {
     void handle_plain_key(GdkEventKey* event);  // one that the input method has left over
     void escape_work();
     bool handle_overlay_key(GdkEventKey* event);
+    // False: not with Alt, or no button of the dialogue has that letter.
+    bool perform_accelerator(const GdkEventKey& event);
     void scroll_overlay(guint key);
     [[nodiscard]] static bool is_return(guint key);
     // Whether the key is one of the table.
@@ -763,7 +825,6 @@ class App : public AppTypes {
     double m_conflict_deaf_until = 0;  // keys and clicks are for what was there before
     bool m_can_elevate = false;        // these two as the errors dialogue was opened
     std::string m_why_not_elevate;     // empty: nothing to tell
-    bool m_hex_unsaved = false;        // the hex view has changes that are not in the file
     int m_settings_scroll = 0;         // logical units
     int m_settings_max_scroll = 0;
     std::string m_pending_bookmark;  // the path that a bookmark's dialogue is about; empty: none
@@ -772,6 +833,38 @@ class App : public AppTypes {
     bool m_pack_to_other = false;      // by which of the two commands the dialogue was opened
     bool m_pack_target_right = false;  // the side it goes to
     std::string m_archive_path;        // the archive that is looked at
+    std::vector<HeldMessage> m_held_messages;  // until they throw nothing away
+
+    // --- Fields: hex view (app_hex.cpp). Live while one is open; close_hex_view() resets all. ----
+
+    int m_hex_fd = -1;  // read-only; -1: closed
+    std::string m_hex_path;
+    int64_t m_hex_size = 0;  // bytes, at opening
+    int64_t m_hex_line = 0;  // the first row in view; a row is 16 bytes
+    bool m_hex_drag = false;
+    double m_hex_track_y = 0;  // these four written by each frame
+    double m_hex_track_h = 0;
+    int64_t m_hex_max_line = 0;                    // the largest value of m_hex_line
+    int m_hex_rows = 1;                            // in view
+    std::map<int64_t, unsigned char> m_hex_edits;  // by offset; changed bytes alone
+    int64_t m_hex_cursor = 0;                      // an offset
+    bool m_hex_in_ascii = false;                   // the cursor is in the text column
+    bool m_hex_low_nibble = false;                 // which the next hex digit is
+    bool m_hex_writable = false;
+    bool m_hex_confirm_save = false;  // a question stands in place of the tools
+    bool m_hex_confirm_close = false;
+    std::string m_hex_find;       // UTF-8
+    size_t m_hex_find_caret = 0;  // bytes
+    bool m_hex_find_focus = false;
+    bool m_hex_find_as_hex = false;
+    std::vector<unsigned char> m_hex_needle;
+    int64_t m_hex_search_pos = 0;
+    bool m_hex_searching = false;
+    std::string m_hex_status;
+    bool m_hex_status_is_error = false;
+    std::string m_hex_found_text;  // what was last searched for, and how it was meant
+    bool m_hex_found_as_hex = false;
+    std::set<int64_t> m_hex_bad_pages;  // offsets of those that could not be read
 
     // --- Fields: properties (app_properties.cpp). Live while the dialogue is open. --------------
 

@@ -74,6 +74,22 @@ bool works_on_entries(Action action) {
     }
 }
 
+// What leaves the byte view and its changes alone, or is its own way to end them.
+bool belongs_to_hex_view(Action action) {
+    switch (action) {
+    case Action::HexFindNext:
+    case Action::HexFindMode:
+    case Action::HexSave:
+    case Action::HexSaveConfirm:
+    case Action::HexSaveCancel:
+    case Action::HexDiscardChanges:
+    case Action::HexCloseAnyway:
+        return true;
+    default:
+        return false;
+    }
+}
+
 // From a format that cannot be packed here on, as after the first.
 void step_archive_format() {
     const std::vector<archive_ops::Format>& formats = archive_ops::available_formats();
@@ -103,6 +119,11 @@ void App::perform(Action action, int) {
         return;
     }
     Log::infof("action: %s [%s]", action_name(action), active_pane().path().c_str());
+    // Any other command would close the view, or put something in its place.
+    if (conflict_waits() && !belongs_to_hex_view(action)) {
+        ask_hex_close();
+        return request_redraw();
+    }
     std::string reason;
     if (!action_enabled(action, &reason)) {
         Log::warnf("action refused: %s — %s", action_name(action), reason.c_str());
@@ -306,6 +327,16 @@ void App::dispatch(Action action) {
         return unpack_to(true);
     case Action::ViewArchive:
         return open_archive_view();
+    case Action::ViewHex:
+        return view_hex();
+    case Action::HexFindNext:
+    case Action::HexFindMode:
+    case Action::HexSave:
+    case Action::HexSaveConfirm:
+    case Action::HexSaveCancel:
+    case Action::HexDiscardChanges:
+    case Action::HexCloseAnyway:
+        return hex_command(action);
     case Action::LogToggleDebug:
         Log::instance().set_debug(!Log::instance().debug());
         Log::infof("debug logging %s", Log::instance().debug() ? "ON" : "off");
@@ -355,7 +386,6 @@ void App::dispatch(Action action) {
     case Action::OwnerApply:
         return;
     // What stands behind these is not built yet.
-    case Action::ViewHex:
     case Action::About:
     case Action::Licenses:
     case Action::SandboxInfo:
@@ -366,13 +396,6 @@ void App::dispatch(Action action) {
     case Action::AboutContact:
     case Action::AboutBugMail:
     case Action::AboutDownloads:
-    case Action::HexFindNext:
-    case Action::HexFindMode:
-    case Action::HexSave:
-    case Action::HexSaveConfirm:
-    case Action::HexSaveCancel:
-    case Action::HexDiscardChanges:
-    case Action::HexCloseAnyway:
         return show_unavailable(action);
     }
 }
@@ -381,6 +404,10 @@ void App::dispatch(Action action) {
 
 void App::show_message(const std::string& title, const std::string& text, bool is_error,
                        Action action, const char* action_label) {
+    if (conflict_waits()) {
+        m_held_messages.push_back({title, text, is_error, action, action_label});
+        return;
+    }
     open_overlay(Overlay::Message, title);
     m_overlay_text = text;
     m_overlay_is_error = is_error;

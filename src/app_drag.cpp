@@ -40,6 +40,10 @@ void App::begin_drag(const HitRect& hit, double x, double y) {
         m_log_drag = hit.what == Hit::LogVThumb ? 1 : 2;
         drag_log_scroll(x, y);
         break;
+    case Hit::HexThumb:
+        m_hex_drag = true;
+        drag_hex_scroll(y);
+        break;
     case Hit::OverlayResize:
         m_overlay_resize = hit.param == 0 ? 1 : 2;
         break;
@@ -49,13 +53,15 @@ void App::begin_drag(const HitRect& hit, double x, double y) {
 }
 
 bool App::dragging() const {
-    return m_log_drag != 0 || m_col_drag != kNoColumn || m_pane_hdrag >= 0 ||
+    return m_log_drag != 0 || m_hex_drag || m_col_drag != kNoColumn || m_pane_hdrag >= 0 ||
            m_overlay_resize != 0 || m_dragging_scroll;
 }
 
 bool App::drag_to(double x, double y) {
     if (m_log_drag != 0)
         drag_log_scroll(x, y);
+    else if (m_hex_drag)
+        drag_hex_scroll(y);
     else if (m_col_drag != kNoColumn)
         set_column_width(m_col_drag, x - m_col_drag_x);
     else if (m_pane_hdrag >= 0)
@@ -73,8 +79,9 @@ bool App::drag_to(double x, double y) {
 // What has been changed by pulling is written once, at the end.
 void App::end_drags() {
     const bool sizes = m_col_drag != kNoColumn || m_overlay_resize != 0;
-    const bool scrolling = m_log_drag != 0 || m_pane_hdrag >= 0 || m_dragging_scroll;
+    const bool scrolling = m_log_drag != 0 || m_hex_drag || m_pane_hdrag >= 0 || m_dragging_scroll;
     m_log_drag = 0;
+    m_hex_drag = false;
     m_col_drag = kNoColumn;
     m_pane_hdrag = -1;
     m_overlay_resize = 0;

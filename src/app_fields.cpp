@@ -99,6 +99,8 @@ std::string meant_path(const std::string& typed, const std::string& shown) {
 // --- All fields -------------------------------------------------------------------------------
 
 App::FieldFocus App::focused_field() const {
+    if (m_overlay == Overlay::HexView)
+        return m_hex_find_focus && !hex_asks() ? FieldFocus{TextField::HexFind, 0} : FieldFocus{};
     if (m_overlay != Overlay::None)
         return m_overlay == Overlay::Properties && m_owner_editable && m_owner_focus >= 0
                    ? FieldFocus{TextField::Owner, m_owner_focus}
@@ -141,6 +143,8 @@ void App::insert_text(TextField field, const std::string& text) {
         return input_insert(text);
     case TextField::Owner:
         return owner_insert(text);
+    case TextField::HexFind:
+        return hex_find_insert(text);
     }
 }
 
@@ -375,4 +379,25 @@ void App::handle_owner_key(GdkEventKey* event) {
 void App::owner_insert(const std::string& text) {
     if (m_owner_focus >= 0)  // the clipboard is asked in a main loop of its own
         insert(m_owner_text[m_owner_focus], m_owner_caret[m_owner_focus], text);
+}
+
+// --- Find field of the byte view ----------------------------------------------------------------
+
+void App::handle_hex_find_key(GdkEventKey* event) {
+    const guint key = event->keyval;
+    if (is_return(key))
+        find_hex_text();
+    else if (key == GDK_KEY_Tab || key == GDK_KEY_ISO_Left_Tab)
+        m_hex_find_focus = false;
+    else if (edit_line(key, m_hex_find, m_hex_find_caret) != Edit::None)
+        return;
+    else if (event->state & GDK_CONTROL_MASK && latin_key(*event) == GDK_KEY_v)
+        hex_find_insert(clipboard_line());
+    else
+        hex_find_insert(typed_text(*event));
+}
+
+void App::hex_find_insert(const std::string& text) {
+    if (m_hex_find_focus)  // the clipboard is asked in a main loop of its own
+        insert(m_hex_find, m_hex_find_caret, text);
 }

@@ -168,6 +168,8 @@ void App::tell_surrounding() {
         return tell(m_input_buffer, m_input_caret);
     case TextField::Owner:
         return tell(m_owner_text[m_composed_field.which], m_owner_caret[m_composed_field.which]);
+    case TextField::HexFind:
+        return tell(m_hex_find, m_hex_find_caret);
     }
 }
 
@@ -208,6 +210,9 @@ bool App::delete_surrounding(int offset, int count) {
         break;
     case TextField::Owner:
         erase(m_owner_text[m_composed_field.which], m_owner_caret[m_composed_field.which]);
+        break;
+    case TextField::HexFind:
+        erase(m_hex_find, m_hex_find_caret);
         break;
     }
     request_redraw();

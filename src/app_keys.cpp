@@ -213,6 +213,8 @@ void App::type_ahead(const std::string& text, double now) {
 bool App::handle_overlay_key(GdkEventKey* event) {
     if (conflict_too_new())
         return true;
+    if (m_overlay == Overlay::HexView)
+        return handle_hex_key(event);
     const bool conflict = m_overlay == Overlay::Conflict;
     if (event->keyval == GDK_KEY_Escape) {
         perform(conflict ? Action::ConflictSkip : Action::OverlayCancel, 0);
@@ -228,16 +230,8 @@ bool App::handle_overlay_key(GdkEventKey* event) {
             perform(Action::OverlayOk, 0);
         return true;
     }
-    if (event->state & GDK_MOD1_MASK && event->keyval < 128) {
-        const char letter = static_cast<char>(std::toupper(static_cast<int>(event->keyval)));
-        const auto found = m_overlay_accels.find(letter);
-        if (found != m_overlay_accels.end()) {
-            const Action action = found->second;  // performing it rebuilds the map
-            Log::infof("dialog accel: Alt+%c → %s", letter, action_name(action));
-            perform(action, 0);
-            return true;
-        }
-    }
+    if (perform_accelerator(*event))
+        return true;
     const bool tab = event->keyval == GDK_KEY_Tab || event->keyval == GDK_KEY_ISO_Left_Tab;
     if (m_overlay == Overlay::Properties && m_owner_editable && (m_owner_focus >= 0 || tab))
         handle_owner_key(event);
@@ -245,6 +239,19 @@ bool App::handle_overlay_key(GdkEventKey* event) {
         scroll_overlay(event->keyval);
     else if (takes_text(m_overlay))
         handle_input_key(event);
+    return true;
+}
+
+bool App::perform_accelerator(const GdkEventKey& event) {
+    if (!(event.state & GDK_MOD1_MASK) || event.keyval >= 128)
+        return false;
+    const char letter = static_cast<char>(std::toupper(static_cast<int>(event.keyval)));
+    const auto found = m_overlay_accels.find(letter);
+    if (found == m_overlay_accels.end())
+        return false;
+    const Action action = found->second;  // performing it rebuilds the map
+    Log::infof("dialog accel: Alt+%c → %s", letter, action_name(action));
+    perform(action, 0);
     return true;
 }
 

@@ -58,7 +58,6 @@ void App::open_overlay(Overlay overlay, const std::string& title) {
     m_overlay = overlay;
     m_overlay_title = title;
     m_list_scroll = 0;
-    m_hex_unsaved = false;
     if (overlay == Overlay::Errors) {  // not with each frame: this looks at the disk
         m_can_elevate = elevate::availability() == elevate::Availability::Yes;
         m_why_not_elevate = elevate::unavailable_reason();
@@ -78,6 +77,7 @@ void App::close_overlay() {
 // rectangles must not act on the one that is open now.
 void App::forget_overlay_input() {
     m_log_drag = 0;  // a question of the engine may come while a thumb is held
+    m_hex_drag = false;
     m_overlay_accels.clear();
     for (HitRect& hit : m_hits)
         if (hit.in_overlay)
@@ -214,10 +214,11 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
         return draw_overlay_pack(x, y, w, h);
     case Overlay::ArchiveView:
         return draw_overlay_archive(x, y, w, h);
+    case Overlay::HexView:
+        return draw_overlay_hex(x, y, w, h);
     // Nothing opens these yet.
     case Overlay::None:
     case Overlay::About:
-    case Overlay::HexView:
     case Overlay::Sandbox:
     case Overlay::Licenses:
         return;
@@ -296,7 +297,7 @@ std::vector<App::Accelerator> App::assign_accelerators(const std::vector<ButtonS
     return result;
 }
 
-void App::draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons) {
+double App::draw_buttons(double x, double y, double w, const std::vector<ButtonSpec>& buttons) {
     m_overlay_accels.clear();
     const std::vector<Accelerator> accels = assign_accelerators(buttons);
     double right = x + w - 20;
@@ -305,6 +306,7 @@ void App::draw_buttons(double x, double y, double w, const std::vector<ButtonSpe
         draw_button(right - bw, y, bw, buttons[i], accels[i]);
         right -= bw + 8;
     }
+    return right + 8;
 }
 
 void App::draw_button(double x, double y, double w, const ButtonSpec& button,

@@ -193,7 +193,14 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
     case Hit::ScrollThumb:
     case Hit::LogVThumb:
     case Hit::LogHThumb:
+    case Hit::HexThumb:
         return begin_drag(hit, x, y);
+    case Hit::HexByte:
+        return click_hex_byte(hit);
+    case Hit::HexFindField:
+        m_hex_find_focus = true;
+        m_hex_find_caret = m_hex_find.size();
+        return;
     case Hit::Overlay:
         return perform(static_cast<Action>(hit.param), 0);
     case Hit::ListItem:
@@ -216,11 +223,6 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
         return open_overlay(Overlay::Errors, tr("dlg.errors_title"));
     case Hit::None:     // painted for another dialogue
     case Hit::PaneRow:  // click_row()
-        return;
-    // No painter makes these yet.
-    case Hit::HexThumb:
-    case Hit::HexByte:
-    case Hit::HexFindField:
         return;
     }
 }
@@ -431,6 +433,11 @@ void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, 
     const double turn = smooth ? std::clamp(delta_y, -1e6, 1e6) : wheel_direction(direction);
     if (scroll_menu(kWheelRows * turn))
         return;
+    if (m_overlay == Overlay::HexView) {
+        const auto step = static_cast<int64_t>(kWheelRows * turn);
+        m_hex_line = std::max<int64_t>(0, m_hex_line + step);
+        return step == 0 ? void() : request_redraw();
+    }
     const bool in_list = m_overlay != Overlay::None && m_overlay_scrolls;
     const bool in_settings = in_list && m_overlay == Overlay::Settings;
     const int rows = static_cast<int>((in_settings ? overlay_line() : kWheelRows) * turn);

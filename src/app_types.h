@@ -199,7 +199,7 @@ struct AppTypes {
     };
 
     // Where typed text goes.
-    enum class TextField { None, Path, Rename, Search, Input, Owner };
+    enum class TextField { None, Path, Rename, Search, Input, Owner, HexFind };
 
     // One field among those of its kind: of a side, or of a dialogue.
     struct FieldFocus {
@@ -221,6 +221,15 @@ struct AppTypes {
         double h = 0;
 
         bool operator==(const Rect&) const = default;
+    };
+
+    // What show_message() is to show.
+    struct HeldMessage {
+        std::string title;
+        std::string text;
+        bool is_error = false;
+        Action action = Action::None;
+        const char* action_label = nullptr;  // has static lifetime
     };
 
     // Where a text field was painted, for a click to find its place in the text.

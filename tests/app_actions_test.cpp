@@ -169,7 +169,7 @@ TEST_F(AppActions, a_command_that_does_not_stand_yet_says_so) {
     write_file(left() + "/a", "x");
     start();
     pane().select_all();
-    for (const Action action : {Action::ViewHex, Action::About}) {
+    for (const Action action : {Action::About}) {
         app().perform(action, 0);
         EXPECT_EQ(app().m_overlay, App::Overlay::Message) << action_name(action);
         EXPECT_EQ(app().m_overlay_text,

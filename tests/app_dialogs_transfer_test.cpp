@@ -865,7 +865,7 @@ TEST_F(Questions, one_waits_for_the_end_of_unsaved_changes) {
     write_file(right() + "/0", "old");
     start();
     app().open_overlay(App::Overlay::HexView, "changed");
-    app().m_hex_unsaved = true;
+    app().m_hex_edits[0] = 1;
     test_env::forget_painted();
     frame();
     for (const PaintedText& text : painted_texts())
@@ -874,7 +874,7 @@ TEST_F(Questions, one_waits_for_the_end_of_unsaved_changes) {
     app().perform(Action::SelectAll, 0);
     app().perform(Action::CopyToOther, 0);
     app().open_overlay(App::Overlay::HexView, "changed");
-    app().m_hex_unsaved = true;
+    app().m_hex_edits[0] = 1;
     ASSERT_TRUE(pump_until([] { return engine().conflict.pending; }));
     for (int i = 0; i < 3; ++i)
         app().tick();
@@ -918,11 +918,13 @@ TEST_F(Questions, what_has_been_saved_makes_no_question_wait) {
     start();
     app().perform(Action::SelectAll, 0);
     app().perform(Action::CopyToOther, 0);
+    ASSERT_TRUE(app().open_hex_view(left() + "/0"));
     app().open_overlay(App::Overlay::HexView, "as it was");
     ASSERT_TRUE(wait_for_question());
     // Changes that another view held do not hold up the next question.
-    app().m_hex_unsaved = true;
+    app().m_hex_edits[0] = 1;
     EXPECT_FALSE(app().conflict_waits());
+    ASSERT_TRUE(app().open_hex_view(right() + "/0"));
     app().open_overlay(App::Overlay::HexView, "another file");
     EXPECT_FALSE(app().conflict_waits());
     ASSERT_TRUE(wait_for_question());

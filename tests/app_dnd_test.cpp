@@ -403,11 +403,11 @@ TEST_F(AppDnd, what_is_not_saved_is_not_lost_to_a_drop) {
     write_file(l("a"), "x");
     start();
     app().open_overlay(App::Overlay::HexView, "t");
-    app().m_hex_unsaved = true;
+    app().m_hex_edits[0] = 1;
     frame();
     EXPECT_TRUE(drop({l("a")}, area(true)));
     EXPECT_EQ(app().m_overlay, App::Overlay::HexView);
-    EXPECT_TRUE(app().m_hex_unsaved);
+    EXPECT_EQ(app().m_hex_edits.size(), 1U);
     EXPECT_EQ(app().m_flash_text, "Wait for the running operation to finish, or cancel it.");
     EXPECT_FALSE(App::busy());
     EXPECT_FALSE(exists(r("a")));
