@@ -8,7 +8,10 @@
 #include "fresh_process.h"
 #include "strutil.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <map>
 
 namespace {
 
@@ -666,6 +669,55 @@ TEST_F(AppArchiveWork, what_has_arrived_is_shown_while_the_rest_is_read) {
     EXPECT_FALSE(list_status().done);
     EXPECT_EQ(list_status().count, 0U);
     EXPECT_FALSE(app().m_listing_was_running);
+}
+
+class NightlyAppArchive : public AppArchive {
+  protected:
+    // The median of some frames, in milliseconds.
+    double frame_ms() {
+        std::vector<double> times;
+        for (int i = 0; i < 21; ++i) {
+            const double from = App::now_seconds();
+            frame(1400, 900);
+            times.push_back((App::now_seconds() - from) * 1000);
+        }
+        std::sort(times.begin(), times.end());
+        return times[times.size() / 2];
+    }
+};
+
+// A page is full with thirty.
+TEST_F(NightlyAppArchive, frames_of_a_million_entries_cost_what_those_of_a_full_page_do) {
+    REQUIRE_FRESH_PROCESS();
+    install({{"tar", ""},
+             {"zip", ""},
+             {"unzip", "n=${2##*/}; /usr/bin/seq -f '   12  2020-01-01 10:00   folder/file %.0f' "
+                       "${n%.zip}"}});
+    for (const char* name : {"10.zip", "30.zip", "1000000.zip"})
+        write_file(left() + "/" + name, "x");
+    start();
+    std::map<std::string, double> cost;
+    for (const char* name : {"10.zip", "30.zip", "1000000.zip"}) {
+        view(name);
+        frame(1400, 900);
+        double worst = 0;
+        while (!list_status().done) {
+            const double from = App::now_seconds();
+            app().tick();
+            frame(1400, 900);
+            worst = std::max(worst, (App::now_seconds() - from) * 1000);
+        }
+        ASSERT_EQ(list_status().count, static_cast<size_t>(std::atoi(name)));
+        for (const int scroll : {0, std::atoi(name)}) {
+            app().m_list_scroll = scroll;
+            cost[name] = std::max(cost[name], frame_ms());
+        }
+        std::printf("%s: %.2f ms a frame, the worst while it was read %.2f ms\n", name, cost[name],
+                    worst);
+        app().close_overlay();
+        app().tick();
+    }
+    EXPECT_LT(cost["1000000.zip"], 1.5 * cost["30.zip"] + 1);
 }
 
 TEST_F(AppArchiveWork, the_ticks_repaint_until_the_listing_has_ended_and_once_more) {
