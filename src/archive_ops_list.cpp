@@ -57,7 +57,8 @@ struct Listing {
 
     std::mutex mutex;  // guards head and entries
     ListStatus head;   // but its count, which is that of entries
-    // Grows without moving what is there, which would hold up a frame.
+    // Grows without moving what is there, which would hold up a frame. A million entries with names
+    // of 25 bytes take 97 MiB.
     std::deque<ListEntry> entries;
     std::atomic<bool> ended{false};  // the worker does nothing any more
     std::atomic<bool> cancel{false};

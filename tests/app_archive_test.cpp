@@ -558,6 +558,36 @@ TEST_F(AppArchive, the_thumb_shows_the_place_and_can_be_dragged) {
     }
 }
 
+TEST_F(AppArchive, in_the_smallest_window_at_200_percent_all_has_its_place) {
+    make_tar(left() + "/many.tar", 60);
+    start();
+    for (const char* theme : kThemes) {
+        view_whole("many.tar", theme);
+        test_env::forget_painted();
+        frame(1000, 700);
+        const App::Rect panel = app().m_overlay_panel;
+        EXPECT_GE(panel.x, 0);
+        EXPECT_GE(panel.y, 0);
+        EXPECT_LE(panel.x + panel.w, 500);
+        EXPECT_LE(panel.y + panel.h, 350);
+        EXPECT_EQ(app().m_overlay_page, static_cast<int>((panel.h - 140) / 21));
+        EXPECT_EQ(in_view(), (std::pair{0, app().m_overlay_page}));
+        EXPECT_GE(app().m_overlay_page, 5);
+        const App::HitRect track = hit(App::Hit::LogVThumb);
+        EXPECT_LE(track.y + track.h, button(Action::Unpack).y);
+        EXPECT_GE(button(Action::Unpack).x, panel.x);
+        for (const Action action : {Action::Unpack, Action::OverlayCancel})
+            EXPECT_LE(button(action).y + button(action).h, panel.y + panel.h);
+        for (const PaintedText& text : painted_texts()) {
+            if (text.text == left()) {
+                EXPECT_LE(text.x + text.width, panel.x + panel.w - 19);
+            }
+        }
+        shot(std::string("archive-smallest-") + theme);
+        app().close_overlay();
+    }
+}
+
 TEST_F(AppArchive, an_empty_archive_is_told_so) {
     ASSERT_EQ(run("tar -cf '" + left() + "/empty.tar' -T /dev/null"), 0);
     start();

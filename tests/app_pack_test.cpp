@@ -420,6 +420,41 @@ TEST_F(AppPack, in_a_narrow_panel_the_chips_wrap_and_the_panel_grows) {
     EXPECT_GE(most, 3);
 }
 
+TEST_F(AppPack, in_the_smallest_window_at_200_percent_all_has_its_place) {
+    start_with_entry();
+    for (const char* theme : kThemes) {
+        for (const bool smallest : {false, true}) {
+            open(Action::PackToOther, theme);
+            test_env::forget_painted();
+            if (smallest)
+                frame(1000, 700);
+            const App::Rect at_ = app().m_overlay_panel;
+            std::vector<App::HitRect> hits;
+            for (const App::HitRect& rect : app().m_hits)
+                if (rect.what == App::Hit::PackFormat || rect.what == App::Hit::Overlay)
+                    hits.push_back(rect);
+            ASSERT_EQ(hits.size(), archive_ops::available_formats().size() + 4);
+            for (const App::HitRect& a : hits) {
+                EXPECT_GE(a.x, at_.x + 20 - 1e-6) << a.label;
+                EXPECT_LE(a.x + a.w, at_.x + at_.w - 20 + 1e-6) << a.label;
+                EXPECT_LE(a.y + a.h, at_.y + at_.h) << a.label;
+                for (const App::HitRect& b : hits) {
+                    if (a.x < b.x) {
+                        EXPECT_TRUE(a.x + a.w <= b.x || a.y + a.h <= b.y || b.y + b.h <= a.y)
+                            << a.label << " lies on " << b.label;
+                    }
+                }
+            }
+            if (smallest) {
+                EXPECT_LE(at_.x + at_.w, 500);
+                EXPECT_LE(at_.y + at_.h, 350);
+            }
+            shot(std::string("pack-") + (smallest ? "smallest-" : "200-") + theme);
+            app().close_overlay();
+        }
+    }
+}
+
 TEST_F(AppPack, the_tile_of_the_chosen_side_has_its_tint) {
     start_with_entry();
     for (const char* theme : kThemes) {
@@ -469,6 +504,15 @@ TEST_F(AppPack, the_tile_of_the_chosen_side_has_its_tint) {
 TEST_F(AppPack, cancel_and_pack_stand_at_the_bottom) {
     start_with_entry();
     const App::Rect at_ = open(Action::PackToOther);
+    const App::HitRect tiles[] = {button(Action::PackTargetLeft), button(Action::PackTargetRight)};
+    EXPECT_EQ(tiles[0].x, at_.x + 20);
+    EXPECT_EQ(tiles[1].x + tiles[1].w, at_.x + at_.w - 20);
+    EXPECT_EQ(tiles[1].x - tiles[0].x - tiles[0].w, 20);
+    for (const App::HitRect& tile : tiles) {
+        EXPECT_EQ(tile.w, (at_.w - 60) / 2);
+        EXPECT_EQ(tile.h, 30);
+        EXPECT_EQ(tile.y, tiles[0].y);
+    }
     EXPECT_EQ(button(Action::OverlayCancel).label, "Cancel");
     EXPECT_EQ(button(Action::OverlayOk).label, "Pack");
     EXPECT_EQ(button(Action::OverlayOk).y, at_.y + at_.h - 46);
@@ -498,6 +542,10 @@ TEST_F(AppPack, a_click_on_a_chip_chooses_its_format_for_the_next_time_too) {
     EXPECT_NE(test_env::read_file(config_file("settings.json")).find("\"zip\""), std::string::npos);
     paint();
     EXPECT_NE(painted_text("entry.zip"), nullptr);
+    click(chip(Format::TarXz));
+    EXPECT_EQ(app().m_pack_format, Format::TarXz);
+    EXPECT_EQ(settings().archive_format, "tar.xz");
+    click(chip(Format::Zip));
     // A number that there is no chip for, or another one by now, changes nothing.
     App::HitRect other = chip(Format::Tar);
     for (const int index : {-1, 3, 1000}) {

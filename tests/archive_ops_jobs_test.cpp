@@ -173,6 +173,12 @@ TEST_F(ArchiveOpsJobs, the_name_of_a_single_file) {
     EXPECT_EQ(archive_ops::plain_inner_name("/a/.gz"), ".gz.out");
     EXPECT_EQ(archive_ops::plain_inner_name("/a/x.tar.gz"), "x.tar.gz");
     EXPECT_EQ(archive_ops::plain_inner_name("/a/x.txt"), "x.txt");
+    test_env::write_file(in() + "/a", "content");
+    ASSERT_EQ(test_env::run("cd " + in() + " && gzip -c a > .gz"), 0);
+    const BgTask::Status status = unpacked(in() + "/.gz", dir / "out");
+    EXPECT_EQ(status.failures, Names{});
+    EXPECT_EQ(status.detail, ".gz.out");
+    EXPECT_EQ(test_env::read_file(dir / "out/.gz.out"), "content");
 }
 
 TEST_F(ArchiveOpsJobs, a_single_file_takes_nobodys_place) {

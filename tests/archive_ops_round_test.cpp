@@ -178,6 +178,43 @@ TEST_F(ArchiveOpsRound, links_empty_folders_modes_and_holes) {
     }
 }
 
+TEST_F(ArchiveOpsRound, what_has_an_entry_s_name_is_replaced_and_nothing_else) {
+    REQUIRE_FRESH_PROCESS();
+    test_env::write_file(in() + "/a", "new");
+    test_env::make_dirs(in() + "/folder");
+    test_env::write_file(in() + "/folder/b", "new");
+    for (const Format format : {Format::TarGz, Format::Tar, Format::Zip, Format::SevenZ}) {
+        const std::string archive = pack({"a", "folder"}, format);
+        const test_env::TempDir target(dir.path());
+        test_env::make_dirs(target / "folder");
+        for (const char* name : {"a", "folder/b", "other", "folder/other"})
+            test_env::write_file(target / name, "old");
+        EXPECT_TRUE(archive_ops::start_unpack(archive, target.path(), "Unpacking"));
+        EXPECT_EQ(all_of(finished().failures), "") << archive;
+        for (const char* name : {"a", "folder/b"})
+            EXPECT_EQ(test_env::read_file(target / name), "new") << archive;
+        for (const char* name : {"other", "folder/other"})
+            EXPECT_EQ(test_env::read_file(target / name), "old") << archive;
+    }
+}
+
+TEST_F(ArchiveOpsRound, what_root_unpacks_is_root_s) {
+    REQUIRE_FRESH_PROCESS();
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root";
+    test_env::write_file(in() + "/program", "x", 04777);
+    for (const char* packer : {"tar --owner=12345 --group=12345 -cf ../x.tar",
+                               "tar --owner=12345 --group=12345 -I lz4 -cf ../x.tar.lz4"}) {
+        const std::string text = packer;
+        ASSERT_EQ(test_env::run("cd '" + in() + "' && " + text + " program"), 0);
+        const tree::Snapshot after = unpack(dir / text.substr(text.find("x.tar")));
+        ASSERT_EQ(after.count("program"), 1u);
+        EXPECT_EQ(after.at("program").uid, 0u);
+        // As the umask has it.
+        EXPECT_EQ(after.at("program").mode & 022u, 0u);
+    }
+}
+
 // As a link or as what it leads to, which differs from one 7z to the next.
 TEST_F(ArchiveOpsRound, sevenz_keeps_what_a_link_is_or_leads_to) {
     REQUIRE_FRESH_PROCESS();
