@@ -92,10 +92,8 @@ bool run_to_file(const std::vector<std::string>& argv, const std::string& out_pa
     bool ok = ended_well(reporter, run_child(child));
     // The last bytes may still be in the stream's buffer.
     written = std::fclose(file) == 0 && written;
-    if (!written && reporter.keep_going()) {
+    if (!written && reporter.keep_going())
         reporter.fail("writing the unpacked file failed");
-        ok = false;
-    }
     ok = ok && written;
     if (!ok)
         (void)fsops::remove_file(out_path);

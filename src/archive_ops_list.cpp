@@ -126,24 +126,21 @@ std::string run_lines(Listing& listing, const std::vector<std::string>& argv, Pa
     return {};
 }
 
+// Told in the log first: who sees that the listing is done finds it there.
 void finish(Listing& listing, const std::string& error) {
     const bool cancelled = listing.cancel.load();
-    size_t count = 0;
-    {
-        const std::lock_guard<std::mutex> lock(listing.mutex);
-        listing.head.running = false;
-        listing.head.done = true;
-        if (!cancelled)
-            listing.head.error = error;
-        count = listing.entries.size();
-    }
     const char* const archive = listing.head.archive.c_str();
-    if (cancelled)
-        return;
-    if (error.empty())
+    // Nobody else adds to them.
+    const size_t count = listing.entries.size();
+    if (!cancelled && error.empty())
         Log::infof("LIST ok: %zu entries in %s", count, archive);
-    else
+    else if (!cancelled)
         Log::warnf("LIST failed: %s — %s", archive, error.c_str());
+    const std::lock_guard<std::mutex> lock(listing.mutex);
+    listing.head.running = false;
+    listing.head.done = true;
+    if (!cancelled)
+        listing.head.error = error;
 }
 
 void list_plain(Listing& listing) {
