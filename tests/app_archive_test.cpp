@@ -361,6 +361,7 @@ TEST_F(AppArchive, its_rows_tell_name_and_size) {
             EXPECT_EQ(text->y, top + 21 * row + 10.5) << name;
             EXPECT_EQ(text->size, 11) << name;
             EXPECT_EQ(text->color, is_dir ? palette().dir_text : palette().text) << name;
+            EXPECT_NEAR(text->width, width_of(name, 11), 0.1) << name;
             size_t sizes = 0;
             for (const PaintedText& other : painted_texts()) {
                 if (other.y != text->y || &other == text)
@@ -425,6 +426,10 @@ TEST_F(AppArchive, a_wide_head_hides_the_folder) {
     EXPECT_EQ(shown_in(20 + head_w + 20 + 120 + 20), 0);
     EXPECT_NEAR(shown_in(20 + head_w + 20 + 121 + 20), 121, 12);
     EXPECT_NEAR(shown_in(820), 820 - 60 - head_w, 12);
+    // Nor does the head itself leave the panel.
+    (void)shown_in(100);
+    ASSERT_FALSE(painted_texts().empty());
+    EXPECT_LE(painted_texts().front().width, 60);
 }
 
 TEST_F(AppArchive, the_list_scrolls_by_keys_and_wheel) {
@@ -597,6 +602,7 @@ TEST_F(AppArchive, an_empty_archive_is_told_so) {
     EXPECT_GT(text->x, panel.x + 16);
     EXPECT_GT(text->y, panel.y + 84);
     EXPECT_LT(text->y, panel.y + 620 - 56);
+    EXPECT_NEAR(text->width, width_of(text->text, text->size), 0.1);
     EXPECT_NE(painted_text("0 folders, 0 files  ·  0 B"), nullptr);
 }
 
@@ -617,6 +623,35 @@ TEST_F(AppArchive, an_archive_that_cannot_be_read_shows_why) {
     EXPECT_EQ(app().m_overlay, Overlay::ArchiveView);
     EXPECT_EQ(button(Action::OverlayCancel).label, "Close");
     shot("archive-broken");
+}
+
+TEST_F(AppArchive, a_long_message_is_wrapped_inside_the_list) {
+    REQUIRE_FRESH_PROCESS();
+    install({{"tar", ""},
+             {"zip", ""},
+             {"unzip", "i=0; while [ $i -lt 300 ]; do printf 'word%d ' $i >&2; i=$((i+1)); done; "
+                       "exit 9"}});
+    write_file(left() + "/a.zip", "x");
+    start();
+    for (const int width : {1400, 1000}) {
+        view("a.zip");
+        ASSERT_TRUE(pump_until([] { return list_status().done; }));
+        test_env::forget_painted();
+        settings().font_scale = 200;
+        frame(width * (width == 1400 ? 2 : 1), width == 1400 ? 1800 : 700);
+        const App::Rect panel = app().m_overlay_panel;
+        int lines = 0;
+        for (const PaintedText& text : painted_texts()) {
+            if (text.text.find("word") == std::string::npos)
+                continue;
+            ++lines;
+            EXPECT_GE(text.x, panel.x + 16 + 14);
+            EXPECT_LE(text.x + text.width, panel.x + panel.w - 16 - 14);
+        }
+        EXPECT_GT(lines, 0);
+        app().close_overlay();
+        app().tick();
+    }
 }
 
 // One header is garbage, with entries before and behind it.

@@ -74,6 +74,22 @@ class AppPack : public PanePaint {
         EXPECT_EQ(app().m_overlay_is_error, is_error) << text;
     }
     const Palette& palette() { return app().m_palette; }
+    // Neither bold nor of another family.
+    void expect_plain(const PaintedText* text) {
+        ASSERT_NE(text, nullptr);
+        EXPECT_NEAR(text->width, width_of(text->text, text->size), 0.1) << text->text;
+    }
+    // Of an upper left corner at 200 %: no radius but 4 leaves the second pixel of the diagonal as
+    // the ground is and paints much of the third.
+    void expect_radius_4(double x, double y, const char* what) {
+        const int px = static_cast<int>(2 * x);
+        const int py = static_cast<int>(2 * y);
+        const std::string ground = pixel(px, py);
+        EXPECT_EQ(pixel(px + 1, py + 1), ground) << what;
+        EXPECT_GT(difference(pixel(px + 2, py + 2), ground),
+                  0.12 * difference(pixel(px + 40, py + 1), ground))
+            << what;
+    }
 
     static constexpr const char* kThemes[] = {"light", "dark"};
 
@@ -282,6 +298,7 @@ TEST_F(AppPack, the_count_stands_above_the_name_with_its_extension) {
         EXPECT_EQ(count->y, at_.y + 68);
         EXPECT_EQ(count->size, 11);
         EXPECT_EQ(count->color, palette().secondary);
+        expect_plain(count);
 
         const PaintedText* name = painted_text("entry.tar.xz");
         ASSERT_NE(name, nullptr);
@@ -348,6 +365,7 @@ TEST_F(AppPack, the_chips_stand_below_the_field_and_the_chosen_one_is_filled) {
             EXPECT_NEAR(text->x, x + 11, 0.01) << label;
             EXPECT_EQ(text->y, found.y + 13) << label;
             EXPECT_EQ(text->size, 11) << label;
+            expect_plain(text);
             EXPECT_EQ(text->color, chosen ? "#FFFFFF" : palette().control_text) << label;
             expect_near(at(x + 6, found.y + 5), chosen ? palette().accent : palette().control,
                         label);
@@ -356,6 +374,10 @@ TEST_F(AppPack, the_chips_stand_below_the_field_and_the_chosen_one_is_filled) {
             x += found.w + 6;
             ++index;
         }
+        expect_radius_4(at_.x + 20, at_.y + 128, "a chip");
+        app().m_pack_format = Format::TarGz;
+        paint(theme);
+        expect_radius_4(at_.x + 20, at_.y + 128, "the chosen chip");
         app().close_overlay();
     }
     shot("pack-chips");
@@ -482,10 +504,12 @@ TEST_F(AppPack, the_tile_of_the_chosen_side_has_its_tint) {
                                 "edge");
                     EXPECT_EQ(painted_text(right ? "Right" : "Left")->color,
                               chosen ? "#FFFFFF" : palette().control_text);
-                    expect_corner(tile.x, tile.y, 4, "tile");
+                    expect_radius_4(tile.x, tile.y, "tile");
                 }
                 const bool told = painted_text("The archive is written to the other side.");
                 EXPECT_EQ(told, chosen_right != active_right);
+                if (told)
+                    expect_plain(painted_text("The archive is written to the other side."));
                 // Under the pointer the tint is whole.
                 const App::HitRect tile =
                     button(chosen_right ? Action::PackTargetRight : Action::PackTargetLeft);

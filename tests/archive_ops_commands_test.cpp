@@ -125,6 +125,9 @@ TEST(ArchiveOpsCommands, unzip_gets_a_pattern_that_matches_the_archive_alone) {
     EXPECT_EQ(path("/a[1]/x.zip"), "/a[1]/x.zip");
     EXPECT_EQ(path("/a*/x?.zip"), "/a*/x[?].zip");
     EXPECT_EQ(path("/a/x\\y.zip"), "/a/x\\y.zip");
+    EXPECT_EQ(path("/a/x\\[y.zip"), "/a/x\\[y.zip");
+    EXPECT_EQ(path("/a/[x.zip"), "/a/[[]x.zip");
+    EXPECT_EQ(path("/a/\\\\[x.zip"), "/a/\\\\\\\\[[]x.zip");
     EXPECT_EQ(path("/a/x\\y[.zip"), "/a/x\\\\y[[].zip");
     EXPECT_EQ(path("/a[/x\\y.zip"), "/a[/x\\\\y.zip");
 }

@@ -3,13 +3,16 @@
 #include "archive_ops_list.h"
 #include "fresh_process.h"
 #include "log_lines.h"
+#include "shim.h"
 #include "test_env.h"
 #include "wait_until.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/syscall.h>
 #include <vector>
 
 namespace {
@@ -243,6 +246,35 @@ TEST_F(ArchiveOpsList, after_cancelling_there_is_nothing) {
     EXPECT_EQ(status.count, 0u);
     EXPECT_EQ(status.archive, "");
     EXPECT_TRUE(archive_ops::list_slice(0, 1).empty());
+}
+
+// Each wait would be of 50 ms.
+TEST_F(ArchiveOpsList, an_ended_listing_is_not_waited_for) {
+    std::chrono::steady_clock::duration waited{};
+    for (int i = 0; i < 20; ++i) {
+        (void)listed("/nowhere/a.gz");
+        const auto begin = std::chrono::steady_clock::now();
+        archive_ops::cancel_list();
+        waited += std::chrono::steady_clock::now() - begin;
+    }
+    EXPECT_LT(waited, std::chrono::milliseconds(800));
+}
+
+TEST_F(ArchiveOpsList, without_a_thread_the_listing_has_failed) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_SHIM(SYS_clone3, SYS_clone);
+    for (const long number : {SYS_clone3, SYS_clone})
+        shim::fail(number, EAGAIN, 1);
+    archive_ops::start_list("/a/x.tar");
+    shim::clear();
+    const ListStatus status = archive_ops::list_status();
+    EXPECT_TRUE(status.done);
+    EXPECT_FALSE(status.running);
+    EXPECT_EQ(status.error, "listing failed");
+    EXPECT_EQ(test_env::logged("LIST failed: /a/x.tar — listing failed"), 1);
+    const auto begin = std::chrono::steady_clock::now();
+    archive_ops::cancel_list();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(45));
 }
 
 TEST_F(ArchiveOpsList, a_broken_archive_ends_with_the_tools_message) {

@@ -64,6 +64,53 @@ TEST(ArchiveOps, a_tool_that_rejects_the_question_is_there_all_the_same) {
     EXPECT_EQ(formats_with({{"zip", "[ \"$*\" = --version ] || exit 127"}}), "zip ");
 }
 
+TEST(ArchiveOps, an_archive_can_be_unpacked_when_all_tools_of_its_ending_run) {
+    const std::pair<std::string, std::vector<std::string>> rows[] = {
+        {"x.tar.gz", {"tar", "gzip"}},
+        {"x.tgz", {"tar", "gzip"}},
+        {"x.tar.xz", {"tar", "xz"}},
+        {"x.txz", {"tar", "xz"}},
+        {"x.tar.lzma", {"tar", "xz"}},
+        {"x.tar.lz", {"tar", "lzip"}},
+        {"x.tar.bz2", {"tar", "bzip2"}},
+        {"x.tbz2", {"tar", "bzip2"}},
+        {"x.tbz", {"tar", "bzip2"}},
+        {"x.tar.zst", {"tar", "zstd"}},
+        {"x.tzst", {"tar", "zstd"}},
+        {"x.tar.lz4", {"tar", "lz4"}},
+        {"x.tar", {"tar"}},
+        {"x.zip", {"unzip"}},
+        {"x.7z", {"7zz"}},
+        {"x.gz", {"gzip"}},
+        {"x.xz", {"xz"}},
+        {"x.lzma", {"xz"}},
+        {"x.bz2", {"bzip2"}},
+        {"x.zst", {"zstd"}},
+        {"x.lz4", {"lz4"}},
+        {"x.lz", {"lzip"}},
+    };
+    const auto answer = [](const std::string& name, const std::vector<std::string>& tools) {
+        const test_env::TempDir bin;
+        for (const std::string& tool : tools)
+            test_env::write_file(bin / tool, "#!/bin/sh\n", 0755);
+        return test_env::answer_of_child([&] {
+            setenv("PATH", bin.path().c_str(), 1);
+            return std::string(archive_ops::can_unpack("/a/" + name) ? "yes" : "no");
+        });
+    };
+    for (const auto& [name, tools] : rows) {
+        EXPECT_EQ(answer(name, tools), "yes") << name;
+        for (const std::string& missing : tools) {
+            std::vector<std::string> others = {"zip", "sh"};
+            for (const std::string& tool : tools)
+                if (tool != missing)
+                    others.push_back(tool);
+            EXPECT_EQ(answer(name, others), "no") << name << " without " << missing;
+        }
+    }
+    EXPECT_EQ(answer("x.txt", {"tar", "gzip", "unzip", "7z"}), "no");
+}
+
 TEST(ArchiveOps, the_tools_are_asked_once) {
     const test_env::TempDir bin;
     test_env::write_file(bin / "tar", "#!/bin/sh\necho tar >> " + (bin / "asked") + "\n", 0755);
