@@ -8,6 +8,7 @@
 #include "tree.h"
 #include "wait_until.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -326,6 +327,23 @@ TEST_F(ArchiveOpsJobs, a_silent_failure_is_told_by_the_exit_status) {
     EXPECT_EQ(unpacked("/a/x.tar", in()).failures, Names{"Child process exited with code 7"});
     tool("tar", "kill -9 $$");
     EXPECT_EQ(unpacked("/a/x.tar", in()).failures, Names{"Child process killed by signal 9"});
+}
+
+// By a signal, or because there is nothing there yet.
+TEST_F(ArchiveOpsJobs, an_interrupted_read_or_wait_is_done_again) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_SHIM(SYS_read, SYS_wait4);
+    tool("tar", "echo one; echo two >&2; exit 7");
+    const auto of_a_stream = [](const shim::Call& call) { return call.args[2] == 8192; };
+    shim::fail(SYS_read, EINTR, 1, 1, of_a_stream);
+    shim::fail(SYS_read, EAGAIN, 2, 1, of_a_stream);
+    shim::fail(SYS_wait4, EINTR, 1, 1);
+    const BgTask::Status status = unpacked("/a/x.tar", in());
+    EXPECT_GE(shim::calls(SYS_wait4), 2);
+    shim::clear();
+    EXPECT_EQ(status.failures, (Names{"two", "Child process exited with code 7"}));
+    EXPECT_EQ(status.done, 1);
+    EXPECT_EQ(status.detail, "one");
 }
 
 TEST_F(ArchiveOpsJobs, missing_tools) {

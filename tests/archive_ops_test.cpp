@@ -168,11 +168,15 @@ TEST(ArchiveOps, until_the_probe_has_its_answer_the_search_path_counts) {
     EXPECT_TRUE(archive_ops::format_available(Format::Tar));
     EXPECT_FALSE(archive_ops::format_available(Format::TarXz));
     EXPECT_EQ(test_env::logged("archiver tar      available"), 0);
+    EXPECT_TRUE(archive_ops::can_unpack("/a/x.tar"));
+    EXPECT_FALSE(archive_ops::can_unpack("/a/x.tar.xz"));
     test_env::write_file(bin / "flag", "");
     probe.join();
     EXPECT_EQ(labels(), "zip ");
     EXPECT_FALSE(archive_ops::format_available(Format::Tar));
     EXPECT_TRUE(archive_ops::format_available(Format::Zip));
+    EXPECT_FALSE(archive_ops::can_unpack("/a/x.tar"));
+    EXPECT_TRUE(archive_ops::can_unpack("/a/x.gz"));
     EXPECT_EQ(labels(), "zip ");
     EXPECT_EQ(test_env::logged("archiver tar      missing"), 1);
     EXPECT_EQ(test_env::logged("archiver zip      available"), 1);
