@@ -314,7 +314,7 @@ TEST_F(ArchiveOpsBomb, gigabytes_of_zeros_fill_the_target_and_no_more) {
 
 class NightlyArchiveOpsBomb : public ArchiveOpsBomb {};
 
-TEST_F(NightlyArchiveOpsBomb, four_gigabytes_of_zeros_by_every_tool) {
+TEST_F(NightlyArchiveOpsBomb, four_gigabytes_of_zeros_by_every_other_tool) {
     REQUIRE_FRESH_PROCESS();
     REQUIRE_PRIVATE_MOUNTS();
     for (const auto& [tool, ending] : {std::pair{"gzip", "gz"},
@@ -334,8 +334,13 @@ TEST_F(NightlyArchiveOpsBomb, four_gigabytes_of_zeros_by_every_tool) {
     }
     make("zip", "x.zip", 255);
     expect_full_disk("x.zip", "disk full?");
-    ASSERT_EQ(test_env::run("cd '" + dir.path() + "' && truncate -s 4G x && " +
-                            "7z a -mx=1 x.7z x >/dev/null && rm x"),
+}
+
+TEST_F(NightlyArchiveOpsBomb, four_gigabytes_of_zeros_by_7z) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_PRIVATE_MOUNTS();
+    ASSERT_EQ(test_env::run("cd '" + dir.path() + "' && truncate -s 4G zeros && " +
+                            "7z a -mx=1 x.7z zeros >/dev/null && rm zeros"),
               0);
     expect_full_disk("x.7z", "No space left on device");
 }
