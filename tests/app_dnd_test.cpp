@@ -844,6 +844,22 @@ TEST_F(RealDrag, with_shift_they_are_moved_also_onto_a_folders_row) {
     expect_no_dialogue();
 }
 
+TEST_F(RealDrag, a_row_that_was_not_marked_is_dragged_alone) {
+    for (const char* name : {"a", "b", "c"})
+        write_file(l(name), name);
+    start_window();
+    click_and_release(row("b"));
+    click_and_release(row("c"), 1, GDK_SHIFT_MASK);
+    ASSERT_EQ(selected_names(), (Names{"b", "c"}));
+    take(row("a"));
+    EXPECT_EQ(selected_names(), Names{"a"});
+    EXPECT_EQ(app().m_drag_paths, Names{l("a")});
+    carry(area(true), GDK_ACTION_COPY);
+    let_go();
+    EXPECT_TRUE(logged("drop: 1 item(s) -> " + right() + " (copy, from pane)"));
+    EXPECT_EQ(names(true), (Names{"..", "a"}));
+}
+
 TEST_F(RealDrag, into_the_same_folder_nothing_happens_and_nothing_is_said) {
     for (const char* name : {"a", "b"})
         write_file(l(name), name);

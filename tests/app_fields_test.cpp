@@ -8,6 +8,7 @@
 #include "strutil.h"
 
 #include <gdk/gdkkeysyms.h>
+#include <set>
 
 namespace {
 
@@ -472,6 +473,38 @@ TEST_F(AppFields, hidden_files_are_toggled_with_the_bar_open) {
     EXPECT_TRUE(logged("search closed: SettingsToggleHidden wurde ausgeloest"));
     EXPECT_EQ(app().m_search_pane, -1);
     EXPECT_EQ(pane().filter(), "");
+}
+
+TEST_F(AppFields, of_all_commands_two_leave_an_open_bar_alone) {
+    write_file(left() + "/alpha", "x");
+    start();
+    // These would hand something to other programs, or end this one.
+    const std::set<Action> not_here = {
+        Action::None,         Action::Quit,         Action::RestartAsRoot, Action::RetryAsAdmin,
+        Action::OpenTerminal, Action::OpenWith,     Action::LogOpenFile,   Action::AboutWebsite,
+        Action::AboutContact, Action::AboutBugMail, Action::AboutDownloads};
+    const auto stays_open = [this](Action action, const char* row) {
+        app().m_active_right = false;
+        pane().navigate_to(left(), true);
+        app().close_overlay();
+        app().begin_search(false);
+        put_cursor_on(row);
+        app().perform(action, 0);
+        EXPECT_TRUE(!App::busy() || settle());  // without a frame for each
+        return app().m_search_pane == 0;
+    };
+    std::string open;
+    for (int i = 0; i < static_cast<int>(Action::COUNT_); ++i) {
+        const Action action = static_cast<Action>(i);
+        if (!not_here.contains(action) && app().action_enabled(action, nullptr) &&
+            stays_open(action, ".."))
+            open += std::string(action_name(action)) + " ";
+    }
+    EXPECT_EQ(open, "SearchPane ToggleHidden ");
+    // Of those that need an entry, too.
+    for (const Action action : {Action::Clone, Action::MakeLink, Action::Properties,
+                                Action::CopyPath, Action::CopyToOther})
+        EXPECT_FALSE(stays_open(action, "alpha")) << action_name(action);
 }
 
 TEST_F(AppFields, a_command_without_a_bar_leaves_the_filter) {

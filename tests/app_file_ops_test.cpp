@@ -4,10 +4,12 @@
 #include "app_fixture.h"
 
 #include "app_redraw.h"
+#include "app_texts.h"
 #include "busy_task.h"
 #include "faultfs.h"
 #include "fresh_process.h"
 #include "logger.h"
+#include "mounts_fixture.h"
 #include "paths.h"
 #include "sanitized.h"
 #include "settings.h"
@@ -241,6 +243,24 @@ TEST_F(AppFileOps, what_could_not_be_deleted_is_listed) {
     EXPECT_EQ(names(), (std::vector<std::string>{"..", "a"}));
     EXPECT_EQ(BgTask::instance().snapshot().failures,
               std::vector<std::string>{fs / "a" + ": Device or resource busy"});
+}
+
+TEST_F(AppFileOps, where_there_is_no_trash_the_user_is_told_to_delete_instead) {
+    const mounts_fixture::Tmpfs fs;
+    REQUIRE_MOUNT(fs);
+    write_file(fs / "a", "x");
+    SettingsStore::instance().mutable_get().delete_to_trash = true;
+    SettingsStore::instance().mutable_get().confirm_delete = false;
+    start({"--left=" + fs.path()});
+    pane().select_all();
+    app().perform(Action::Delete, 0);
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(app().m_overlay, App::Overlay::Errors);
+    test_env::forget_painted();
+    frame();
+    EXPECT_NE(test_env::painted_text("This location has no trash. Delete permanently instead."),
+              nullptr);
+    EXPECT_TRUE(exists(fs / "a"));
 }
 
 TEST_F(AppFileOps, a_delete_that_is_cancelled_tells_what_went) {

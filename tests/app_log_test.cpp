@@ -2,8 +2,10 @@
 
 #include "app_pane_paint.h"
 
+#include "app_redraw.h"
 #include "app_texts.h"
 #include "bookmarks.h"
+#include "faultfs.h"
 #include "i18n.h"
 #include "logger.h"
 #include "settings.h"
@@ -39,6 +41,12 @@ class AppLog : public PanePaint {
         forget_painted();
         frame();
         return app().m_overlay_panel;
+    }
+    // Until nothing but work that runs asks for a frame.
+    void rest() {
+        app().m_flash_until = app().m_reload_flash_until = 0;
+        ASSERT_TRUE(pump_until([this] { return !test_env::redraw_due(app().m_canvas); }));
+        forget_painted();
     }
     static void write_lines(int count) {
         Log::instance().clear();
@@ -510,18 +518,53 @@ TEST_F(AppLog, a_text_beyond_all_bounds_is_cut) {
     EXPECT_TRUE(g_utf8_validate(painted->text.c_str(), -1, nullptr));
 }
 
+TEST_F(AppLog, lines_of_a_transfers_workers_arrive_while_it_runs) {
+    // Before the first thread: the mount lives in a namespace of this process.
+    faultfs::FaultFs fs;
+    if (!fs.ok())
+        GTEST_SKIP() << fs.reason();
+    test_env::write_file(fs.backing() + "/1", "x");
+    test_env::write_file(fs.backing() + "/2", "x");
+    fs.set(faultfs::stall("read", 1, 1, "1"));
+    fs.set(faultfs::stall("read", 1, 1, "2"));
+    start({"--left=" + fs.path()});
+    settings().thread_count = 1;
+    Log::instance().set_debug(true);
+    pane().select_all();
+    app().perform(Action::CopyToOther, 0);
+    ASSERT_TRUE(fs.wait_stalled(1));
+    app().perform(Action::LogWindow, 0);
+    paint();
+    const std::string line = "copied " + fs.path() + "/1 -> " + right() + "/1 (1 B)";
+    EXPECT_EQ(painted_text(line), nullptr);
+    rest();
+    fs.release();
+    // No frame is asked for here: the tick does. The second file keeps the transfer running, and
+    // its stall is told, with a frame, after 15 seconds.
+    EXPECT_TRUE(pump_until([&] { return painted_text(line) != nullptr; }, 10));
+    ASSERT_TRUE(fs.wait_stalled(1));
+    EXPECT_TRUE(App::busy());
+    fs.release();
+    EXPECT_TRUE(settle());
+    Log::instance().set_debug(false);
+}
+
 TEST_F(AppLog, lines_of_other_threads_arrive_while_work_runs) {
     start();
     Log::instance().clear();
     app().perform(Action::LogWindow, 0);
+    std::atomic<bool> said = false;
     std::atomic<bool> go = false;
-    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [&go](BgTask::Reporter&) {
+    ASSERT_TRUE(BgTask::instance().start(BgTask::Kind::Pack, "x", [&](BgTask::Reporter&) {
+        while (!said)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         Log::infof("line %d", 815);
         while (!go)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }));
     app().m_bgtask_was_running = true;
-    forget_painted();
+    rest();
+    said = true;
     // No frame is asked for here: the tick does.
     EXPECT_TRUE(pump_until([] { return painted_text("line 815") != nullptr; }));
     go = true;

@@ -578,10 +578,17 @@ TEST_F(AppPointer, a_click_on_the_bridge_is_refused_as_busy) {
     const App::HitRect copy = hit(App::Hit::BridgeCopy);
     write_file(right() + "/file1", "old");
     put_cursor_on("file1");
+    const App::HitRect target = row("file2");
     press(copy);
     ASSERT_TRUE(pump_until([this] { return app().m_overlay == App::Overlay::Conflict; }));
     app().m_overlay = App::Overlay::None;
-    app().m_hits = {copy};
+    app().m_hits = {target, copy};
+    app().m_open_menu = 1;
+    press(target);
+    EXPECT_EQ(app().m_open_menu, 1);
+    EXPECT_EQ(cursor_name(), "file1");
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
+    app().m_open_menu = -1;
     press(copy);
     EXPECT_EQ(app().m_overlay, App::Overlay::Message);
     EXPECT_EQ(app().m_overlay_title, "Still busy");

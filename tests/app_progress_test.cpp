@@ -465,6 +465,13 @@ TEST_F(Band, the_row_below_tells_what_is_being_done_or_why_nothing_is) {
     expect_text(stall, 16, kDetail, 11, palette().warn);
     EXPECT_FALSE(shows(space));
     EXPECT_TRUE(shows("0 / 0 files")) << "the counters stay";
+    copy().space_short = 0;
+    draw();
+    expect_text(stall, 16, kDetail, 11, palette().warn);
+    EXPECT_FALSE(shows("Moving: "));
+    EXPECT_FALSE(shows("/a"));
+    EXPECT_TRUE(shows("0 / 0 files"));
+    copy().space_short = 1;
     copy().scanning = true;
     draw();
     expect_text("Measuring what has to be copied …", 10, kDetail, 11, palette().secondary);

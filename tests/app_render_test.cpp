@@ -134,6 +134,9 @@ TEST_F(AppPaint, an_empty_string_measures_nothing_and_paints_nothing) {
     app().draw_text("", 10, 50, 12.5, "#FFFFFF", false, false, 1);
     app().draw_text_right("", 90, 50, 12.5, "#FFFFFF", false, false);
     EXPECT_EQ(app().draw_text_clipped("", 10, 50, 100, 12.5, "#FFFFFF", false, false), 0);
+    const std::string white = "#FFFFFF";
+    EXPECT_EQ(app().wrapped_text("", 10, 50, 100, 12.5, &white), 0);
+    EXPECT_EQ(app().wrapped_text("", 10, 50, 100, 12.5, nullptr), 0);
     EXPECT_EQ(ink().left, -1);
 }
 

@@ -74,6 +74,12 @@ class AppSettings : public PanePaint {
         paint();
         return control(action).label;
     }
+    static size_t count_of(const std::string& text) {
+        const std::vector<PaintedText>& all = painted_texts();
+        return static_cast<size_t>(
+            std::count_if(all.begin(), all.end(),
+                          [&](const PaintedText& painted) { return painted.text == text; }));
+    }
     static std::string file() { return test_env::read_file(config_file("settings.json")); }
     static bool saved(const std::string& line) { return file().find(line) != std::string::npos; }
     void press(Action action) {
@@ -546,13 +552,33 @@ TEST_F(AppSettings, the_log_lists_its_choices_with_what_they_show) {
 }
 
 // A worker waits for the answer; what the user was looking at does not come back.
-TEST_F(AppSettings, a_question_of_the_engine_takes_its_place) {
+TEST_F(AppSettings, less_than_automatic_stays_automatic) {
     start();
     open();
-    app().poll_conflict(true);
-    EXPECT_EQ(app().m_overlay, Overlay::Conflict);
-    app().poll_conflict(false);
+    settings().thread_count = 1;
+    paint();
+    ASSERT_EQ(count_of("Automatic"), 1U);  // the language's
+    for (int i = 0; i < 3; ++i) {
+        press(Action::SettingsThreadsMinus);
+        EXPECT_EQ(count_of("Automatic"), 2U) << i;
+        EXPECT_EQ(settings().thread_count, 0) << i;
+    }
+}
+
+TEST_F(AppSettings, a_question_of_the_engine_takes_its_place) {
+    for (const std::string& side : {left(), right()})
+        test_env::write_file(side + "/a.txt", side);
+    start();
+    put_cursor_on("a.txt");
+    app().perform(Action::CopyToOther, 0);
+    open();
+    ASSERT_EQ(app().m_overlay, Overlay::Settings);
+    ASSERT_TRUE(pump_until([this] { return app().m_overlay == Overlay::Conflict; }));
+    app().perform(Action::ConflictSkip, 0);
     EXPECT_EQ(app().m_overlay, Overlay::None);
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(app().m_overlay, Overlay::None);
+    EXPECT_EQ(test_env::read_file(right() + "/a.txt"), right());
 }
 
 // --- Room -------------------------------------------------------------------------------------

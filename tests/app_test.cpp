@@ -151,6 +151,21 @@ TEST_F(AppTest, active_right_makes_the_right_side_active) {
     EXPECT_EQ(pane(true).path(), right());
 }
 
+TEST_F(AppTest, active_right_alone_changes_the_active_side_and_nothing_else) {
+    start({"--left=", "--right=", "--active=right"});
+    EXPECT_TRUE(app().m_active_right);
+    for (const bool side : {false, true})
+        EXPECT_EQ(pane(side).path(), test_env::root() + "/home");
+    EXPECT_EQ(app().m_arg_geometry, "");
+    EXPECT_EQ(app().m_arg_actions, "");
+    EXPECT_EQ(app().m_overlay, App::Overlay::None);
+    int width = 0;
+    int height = 0;
+    gtk_window_get_size(GTK_WINDOW(app().m_window), &width, &height);
+    EXPECT_EQ(width, 1100);
+    EXPECT_EQ(height, 720);
+}
+
 TEST_F(AppTest, active_left_makes_the_left_side_active) {
     app().m_active_right = true;
     start({"--active=left"});
@@ -582,6 +597,30 @@ TEST_F(AppTest, the_held_band_shrinks_to_the_result_line_and_stays_until_dismiss
     EXPECT_EQ(app().m_layout.progress_h, 0);
 }
 
+TEST_F(AppTest, root_is_offered_no_retry_as_root) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "not root";
+    faultfs::FaultFs fs;
+    REQUIRE_MOUNT(fs);
+    test_env::write_file(fs.backing() + "/a", "x");
+    fs.set(faultfs::fail("open", EACCES, 1, -1, "a"));
+    start({"--left=" + fs.path()});
+    put_cursor_on("a");
+    app().perform(Action::CopyToOther, 0);
+    ASSERT_TRUE(settle());
+    frame();
+    ASSERT_EQ(app().m_overlay, App::Overlay::Errors);
+    const copy_engine::Progress progress = copy_engine::instance().snapshot();
+    ASSERT_EQ(progress.failures.size(), 1U);
+    ASSERT_EQ(progress.failures[0].code, EACCES);
+    ASSERT_EQ(progress.failures[0].target, right() + "/a");
+    std::vector<int> choices;
+    for (const App::HitRect& rect : app().m_hits)
+        if (rect.what == App::Hit::Overlay)
+            choices.push_back(rect.param);
+    EXPECT_EQ(choices, std::vector<int>{static_cast<int>(Action::DismissErrors)});
+}
+
 TEST_F(AppTest, failures_open_the_errors_dialogue) {
     ASSERT_EQ(mkfifo((left() + "/pipe").c_str(), 0600), 0);
     write_file(left() + "/a.txt", "1");
@@ -815,6 +854,32 @@ TEST_F(AppTest, of_a_transfer_and_a_task_that_end_together_the_task_is_shown) {
     app().tick();
     EXPECT_EQ(app().m_result.title, "Packed");
     EXPECT_EQ(names(true), (std::vector<std::string>{"..", "a.txt"}));
+}
+
+TEST_F(AppTest, a_cancelled_task_that_does_not_look_is_shown_at_work_until_it_ends) {
+    start();
+    std::atomic<bool> go = false;
+    ASSERT_TRUE(
+        BgTask::instance().start(BgTask::Kind::Delete, "Deleting", [&go](BgTask::Reporter&) {
+            while (!go)
+                g_usleep(1000);
+        }));
+    app().m_bgtask_was_running = true;
+    ASSERT_TRUE(pump_until([this] { return app().m_layout.progress_h > 0; }));
+    frame();
+    click(hit(App::Hit::ProgressCancel));
+    EXPECT_TRUE(BgTask::instance().snapshot().cancelled);
+    for (int tick = 0; tick < 3; ++tick) {
+        app().tick();
+        frame();
+        EXPECT_TRUE(App::busy());
+        EXPECT_GT(app().m_layout.progress_h, 0);
+        EXPECT_EQ(count_hits(App::Hit::ProgressCancel), 1U);
+        EXPECT_FALSE(app().m_result.valid);
+    }
+    go = true;
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(app().m_result.valid);
 }
 
 TEST_F(AppTest, a_task_in_work_is_painted_and_can_be_cancelled_by_its_button) {
