@@ -518,12 +518,3 @@ void App::click_hex_byte(const HitRect& hit) {
     m_hex_in_ascii = hit.right;
     m_hex_low_nibble = m_hex_find_focus = false;
 }
-
-void App::drag_hex_scroll(double y) {
-    if (m_hex_track_h <= 0)
-        return;
-    const double share = std::clamp((y - m_hex_track_y) / m_hex_track_h, 0.0, 1.0);
-    // Of the longest files a double does not hold every row.
-    m_hex_line = std::min(static_cast<int64_t>(static_cast<double>(m_hex_max_line) * share + 0.5),
-                          m_hex_max_line);
-}

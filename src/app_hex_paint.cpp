@@ -214,6 +214,15 @@ void App::draw_hex_thumb(const Rect& list) {
     add_hit(x - 2, m_hex_track_y, 11, m_hex_track_h, Hit::HexThumb);
 }
 
+void App::drag_hex_scroll(double y) {
+    if (m_hex_track_h <= 0)
+        return;
+    const double share = std::clamp((y - m_hex_track_y) / m_hex_track_h, 0.0, 1.0);
+    // Of the longest files a double does not hold every row.
+    m_hex_line = std::min(static_cast<int64_t>(static_cast<double>(m_hex_max_line) * share + 0.5),
+                          m_hex_max_line);
+}
+
 // --- Below the bytes --------------------------------------------------------------------------
 
 void App::draw_hex_question(double x, double y, double w, double h) {

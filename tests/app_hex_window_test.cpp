@@ -3,7 +3,7 @@
 #include "app_pane_paint.h"
 
 #include "app_texts.h"
-#include "as_user.h"
+#include "faultfs.h"
 #include "i18n.h"
 #include "log_lines.h"
 
@@ -462,6 +462,27 @@ TEST_F(AppHexWindow, long_offsets_find_their_room) {
     EXPECT_TRUE(painted_text("7FFFFFFFFFFFFFF0"));
 }
 
+TEST_F(AppHexWindow, a_frame_reads_the_rows_in_view_and_nothing_else) {
+    faultfs::FaultFs fs;
+    REQUIRE_MOUNT(fs);
+    write_file(fs / "file", pattern(1 << 20));
+    start({"--left=" + fs.path()});
+    view_there();
+    for (const int64_t line : {0, 1000, 4096 / 16 - 5}) {
+        app().m_hex_line = line;
+        fs.clear();
+        paint();
+        EXPECT_GE(fs.calls("read"), 1);
+        EXPECT_LE(fs.calls("read"), 2) << "one for each page that the rows lie in";
+        EXPECT_EQ(fs.calls("open") + fs.calls("lookup"), 0);
+    }
+    fs.set(faultfs::fail("read", EIO));
+    app().m_hex_line = 3000;
+    paint();
+    EXPECT_FALSE(cell(0, false));
+    EXPECT_FALSE(cell(17, true));
+}
+
 // --- Pointer ----------------------------------------------------------------------------------
 
 TEST_F(AppHexWindow, a_click_puts_the_cursor_on_a_byte) {
@@ -573,6 +594,44 @@ TEST_F(AppHexWindow, the_grip_changes_how_many_rows_are_seen) {
     EXPECT_EQ(app().m_overlay_panel.w, 1060);
     expect_apart("grown");
     shot("hex-grown");
+}
+
+TEST_F(AppHexWindow, the_tick_shows_a_message_when_nothing_is_lost_by_it) {
+    view("abc");
+    type("41");
+    app().show_message("title", "text");
+    for (int i = 0; i < 3; ++i)
+        app().tick();
+    EXPECT_EQ(app().m_overlay, Overlay::HexView);
+    EXPECT_EQ(app().m_hex_edits.size(), 1U);
+    EXPECT_GE(app().m_hex_fd, 0);
+    paint();
+    click(button(Action::HexDiscardChanges));
+    app().tick();
+    EXPECT_EQ(app().m_overlay, Overlay::Message);
+    EXPECT_EQ(app().m_overlay_title, "title");
+}
+
+TEST_F(AppHexWindow, what_cannot_be_saved_is_told_and_kept) {
+    faultfs::FaultFs fs;
+    REQUIRE_MOUNT(fs);
+    write_file(fs / "file", "abc");
+    start({"--left=" + fs.path()});
+    view_there();
+    type("4142");
+    fs.set(faultfs::fail("write", EIO, 2));
+    click(button(Action::HexSave));
+    click(button(Action::HexSaveConfirm));
+    paint();
+    EXPECT_TRUE(painted_text("Input/output error"));
+    EXPECT_TRUE(painted_text("2 changed"));
+    EXPECT_TRUE(offers(Action::HexSave));
+    fs.clear();
+    click(button(Action::HexSave));
+    click(button(Action::HexSaveConfirm));
+    paint();
+    EXPECT_TRUE(painted_text("Saved"));
+    EXPECT_EQ(read_file(fs.backing() + "/file"), "ABc");
 }
 
 // --- Keyboard ---------------------------------------------------------------------------------
