@@ -27,6 +27,7 @@ constexpr double kRowPerSize = 17 / kSize;
 constexpr double kByteColumns = 48;  // in letters, with the gap after the eighth
 constexpr double kGap = 3;           // between the columns, in letters
 constexpr double kNarrowestGap = 1.5;
+constexpr double kStatusSpace = 12;
 
 std::string offset_text(int64_t offset) {
     char text[24];
@@ -38,6 +39,10 @@ std::string byte_text(int value) {
     char text[8];
     std::snprintf(text, sizeof text, "%02X", static_cast<unsigned>(value));
     return text;
+}
+
+std::string changed_text(size_t count) {
+    return I18n::instance().trf("hex.changed", fmt::saturated(static_cast<int64_t>(count)));
 }
 
 bool printable(int value) {
@@ -231,7 +236,7 @@ void App::draw_hex_question(double x, double y, double w, double h) {
     const std::string text = m_hex_confirm_save
                                  ? I18n::instance().trf("hex.confirm_save", count)
                                  : std::string(tr("hex.unsaved")) + "  ·  " +
-                                       fmt::embedded(I18n::instance().trf("hex.changed", count));
+                                       fmt::embedded(changed_text(m_hex_edits.size()));
     fill_rounded(box.x, box.y, box.w, box.h, 4, m_palette.warn_bg, 1);
     // Of the longest languages two lines fit only smaller.
     double size = 12;
@@ -250,7 +255,6 @@ void App::draw_hex_question(double x, double y, double w, double h) {
 }
 
 void App::draw_hex_tools(double x, double y, double w, double h) {
-    constexpr double kStatusRoom = 110;
     constexpr double kSpace = 8;
     const auto button_width = [this](const char* key, double least) {
         return std::max(least, text_width(tr(key), 12.5, false, false) + 32);
@@ -262,11 +266,13 @@ void App::draw_hex_tools(double x, double y, double w, double h) {
         for (const ButtonSpec& button : buttons)
             taken += button_width(button.label, 90) + kSpace;
         // The question at the end offers it as well.
-        if (w - 40 - taken >= kStatusRoom)
+        const double status_w = text_width(offset_text(m_hex_cursor), kSize, false, true) +
+                                text_width(changed_text(m_hex_edits.size()), kSize, false, false);
+        if (w - 40 - taken >= status_w + 2 * kStatusSpace)
             buttons.insert(buttons.begin(), {"hex.discard", Action::HexDiscardChanges});
     }
     const double left = draw_buttons(x, y + h - 46, w, buttons);
-    draw_hex_status(x + 20, y + h - 31, left - 12 - (x + 20));
+    draw_hex_status(x + 20, y + h - 31, left - kStatusSpace - (x + 20));
 
     const ButtonSpec tools[] = {{m_hex_find_as_hex ? "HEX" : "TXT", Action::HexFindMode},
                                 {"hex.find", Action::HexFindNext}};
@@ -318,8 +324,7 @@ void App::draw_hex_status(double x, double y, double room) {
     const double offset_w = draw_text_clipped(offset_text(m_hex_cursor), x, line, room, kSize,
                                               m_palette.secondary, false, true);
     if (!m_hex_edits.empty())
-        draw_text_clipped(I18n::instance().trf("hex.changed", fmt::saturated(static_cast<int64_t>(
-                                                                  m_hex_edits.size()))),
-                          x + offset_w + 12, line, room - offset_w - 12, kSize,
-                          m_palette.source_tint, false, false);
+        draw_text_clipped(changed_text(m_hex_edits.size()), x + offset_w + kStatusSpace, line,
+                          room - offset_w - kStatusSpace, kSize, m_palette.source_tint, false,
+                          false);
 }

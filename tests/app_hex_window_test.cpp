@@ -81,6 +81,22 @@ class AppHexWindow : public PanePaint {
                 return &text;
         return nullptr;
     }
+    // In its box of 34, with something left above and below.
+    void expect_question_fits(const std::string& what) {
+        const App::Rect panel = app().m_overlay_panel;
+        const double centre = panel.y + panel.h - 69;
+        int found = 0;
+        for (const PaintedText& text : painted_texts()) {
+            if (std::abs(text.y - centre) > 1 || text.x != panel.x + 26)
+                continue;
+            ++found;
+            measuring([&] {
+                EXPECT_LE(app().wrapped_text(text.text, 0, 0, panel.w - 52, text.size, nullptr), 30)
+                    << what << text.text;
+            });
+        }
+        EXPECT_EQ(found, 1) << what;
+    }
     const Palette& palette() { return app().m_palette; }
     // Everything of the panel that can be clicked lies in it, and nothing overlaps.
     void expect_apart(const std::string& what) {
@@ -398,6 +414,12 @@ TEST_F(AppHexWindow, every_language_fits_the_smallest_window) {
             app().m_hex_confirm_close = *state == 'c';
             paint(1000, 700);
             expect_apart(language.code + state);
+            const std::string count = I18n::instance().trf("hex.changed", 2);
+            if (*state == '\0') {
+                EXPECT_TRUE(painted_text(count) && !painted_text(count)->cut) << language.code;
+            } else {
+                expect_question_fits(language.code);
+            }
             for (const PaintedText& text : painted_texts()) {
                 // The rows and the text of the strip; the rest of the window is none of ours.
                 if (text.y < app().m_overlay_panel.y + app().m_overlay_panel.h - 92 ||

@@ -142,6 +142,15 @@ class AppInputMethod : public AppTest {
                  app().m_input_caret = 1;
              },
              [this] { return app().m_input_buffer; }},
+            {"find",
+             [this] {
+                 ASSERT_TRUE(app().open_hex_view(left() + "/ab"));
+                 app().open_overlay(App::Overlay::HexView, "ab");
+                 app().m_hex_find = "ab";
+                 app().m_hex_find_caret = 1;
+                 app().m_hex_find_focus = true;
+             },
+             [this] { return app().m_hex_find; }},
         };
     }
     void close_all() {
