@@ -8,6 +8,7 @@
 #include "fresh_process.h"
 #include "run_engine.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 #include "elevate.h"
 #include "format.h"
@@ -790,7 +791,8 @@ TEST_F(Questions, escape_stops_the_transfer_again_after_a_while) {
     ask(2);
     wait_for_hand();
     key(GDK_KEY_Escape);
-    ASSERT_TRUE(pump_until([] { return engine().conflict.pending; }));
+    // Without the main loop, whose tick would show the next question.
+    ASSERT_TRUE(test_env::wait_until([] { return engine().conflict.pending; }));
     const double before = App::now_seconds();
     app().m_conflict_deaf_until = before + 0.01;
     key(GDK_KEY_Escape);  // and the time begins anew, as when a key is held
