@@ -713,9 +713,10 @@ TEST_F(AppHexWindow, the_find_field_takes_composed_text_and_the_clipboard) {
 }
 
 TEST_F(AppHexWindow, a_search_of_100_gib_leaves_the_window_live) {
+    constexpr int64_t kNeedle = 8 * kGiB;
     view_sparse(100 * kGiB);
     const int fd = ::open(file().c_str(), O_WRONLY | O_CLOEXEC);
-    ASSERT_EQ(pwrite(fd, "needle", 6, 40 << 20), 6);
+    ASSERT_EQ(pwrite(fd, "needle", 6, kNeedle), 6);
     ::close(fd);
     key('f', GDK_CONTROL_MASK);
     type("needle");
@@ -728,10 +729,12 @@ TEST_F(AppHexWindow, a_search_of_100_gib_leaves_the_window_live) {
     EXPECT_TRUE(painted_text("Searching…"));
     click(hit(Hit::HexByte, 5, 0));
     EXPECT_EQ(app().m_hex_cursor, 5);
+    EXPECT_TRUE(app().m_hex_searching);
+    app().m_hex_search_pos = kNeedle - (20 << 20);  // a minute later
     ASSERT_TRUE(pump_until([this] { return !app().m_hex_searching; }));
-    EXPECT_EQ(app().m_hex_cursor, 40 << 20);
+    EXPECT_EQ(app().m_hex_cursor, kNeedle);
     paint();
-    EXPECT_TRUE(painted_text("02800000"));
+    EXPECT_TRUE(painted_text("200000000"));
 }
 
 TEST_F(AppHexWindow, the_dialogues_choices_are_in_the_log) {
