@@ -219,6 +219,52 @@ TEST_F(Bridge, the_move_points_where_the_arrow_above_does) {
     EXPECT_TRUE(head(4));
 }
 
+TEST_F(Bridge, no_other_symbol_is_turned_around) {
+    start_with_all_enabled();
+    write_file(right() + "/there", "x");
+    app().refresh_both();
+    pane(true).set_cursor(1, true);
+    look("light", 200);
+    const auto image = [this](App::Hit what) {
+        const App::HitRect rect = hit(what);
+        std::string pixels;
+        for (double y = rect.y + 2; y < rect.y + 27; y += 0.5)
+            for (double x = rect.x + 2; x < rect.x + rect.w - 2; x += 0.5)
+                pixels += at(x, y);
+        return pixels;
+    };
+    for (const App::Hit what : {App::Hit::BridgeCopy, App::Hit::BridgeHex, App::Hit::BridgeRefresh,
+                                App::Hit::BridgeSearch}) {
+        app().m_active_right = false;
+        frame();
+        const std::string before = image(what);
+        app().m_active_right = true;
+        frame();
+        EXPECT_EQ(image(what), before) << App::hit_name(what);
+    }
+}
+
+TEST_F(Bridge, a_label_that_is_too_wide_is_cut_within_its_button) {
+    start_with_all_enabled();
+    test_env::stretch_texts(4);
+    test_env::forget_painted();
+    frame();
+    int cut = 0;
+    for (const App::HitRect& button : buttons()) {
+        const test_env::PaintedText* found = nullptr;
+        for (const test_env::PaintedText& text : test_env::painted_texts())
+            if (text.x >= button.x - 100 && text.x < button.x + button.w &&
+                text.y > button.y + 20 && text.y < button.y + button.h)
+                found = &text;
+        ASSERT_NE(found, nullptr) << button.label;
+        EXPECT_GE(found->x, button.x + 2.9) << button.label;
+        EXPECT_LE(found->x + found->width, button.x + button.w - 2.9) << button.label;
+        cut += found->cut;
+    }
+    test_env::stretch_texts(1);
+    EXPECT_GT(cut, 0);
+}
+
 TEST_F(Bridge, on_a_low_window_the_buttons_shrink_to_30_with_gaps_of_4) {
     REQUIRE_FRESH_PROCESS();
     install({"tar", "foot"});

@@ -3,6 +3,7 @@
 #include "app_pointer.h"
 
 #include "app_redraw.h"
+#include "logger.h"
 
 #include <cmath>
 
@@ -315,6 +316,45 @@ TEST_F(AppDrag, what_is_pulled_and_let_go_is_painted) {
     EXPECT_TRUE(test_env::redraw_due(canvas));
     app().handle_release();
     EXPECT_FALSE(test_env::redraw_due(canvas));
+}
+
+// A thumb that is held is darker, so that its release has to be painted, whichever it is.
+TEST_F(AppDrag, every_thumb_that_is_let_go_is_painted) {
+    start_with_files(100);
+    all_columns();
+    GtkWidget* const canvas = app().m_canvas;
+    const auto release_is_painted = [&](const App::HitRect& rect) {
+        click(rect);
+        (void)test_env::redraw_due(canvas);
+        app().handle_release();
+        return test_env::redraw_due(canvas);
+    };
+    EXPECT_TRUE(release_is_painted(hit(App::Hit::PaneHScroll, -1, 0)));
+    for (int i = 0; i < 100; ++i)
+        Log::infof("%s", std::string(300, 'm').c_str());
+    app().perform(Action::LogWindow, 0);
+    frame();
+    EXPECT_TRUE(release_is_painted(hit(App::Hit::LogVThumb)));
+    EXPECT_TRUE(release_is_painted(hit(App::Hit::LogHThumb)));
+    (void)test_env::redraw_due(canvas);
+    app().handle_scroll(500, GDK_SCROLL_DOWN, 0, GDK_SHIFT_MASK);
+    EXPECT_TRUE(test_env::redraw_due(canvas));
+}
+
+// In a low window with work under way the rows have less than a thumb's least height.
+TEST_F(AppDrag, a_thumb_that_fills_its_track_moves_nothing) {
+    start_with_files(100);
+    AppTest::frame(1000, 94 + 24 + 28 + 34 + 26 + 26 + 18 + 25);
+    pane().set_scroll(40, app().rows_in_view(false));
+    AppTest::frame(1000, 94 + 24 + 28 + 34 + 26 + 26 + 18 + 25);
+    const App::HitRect bar = hit(App::Hit::ScrollThumb, -1, 0);
+    ASSERT_EQ(bar.h, 25);
+    app().handle_click(bar.x + 5, bar.y + 10, 1, 0, 1);
+    for (const double down : {10.0, 0.0, 20.0, 200.0}) {
+        app().handle_motion(bar.x + 5, bar.y + down);
+        EXPECT_EQ(pane().scroll(), 40) << down;
+    }
+    app().handle_release();
 }
 
 TEST_F(AppDrag, a_list_that_has_become_short_ends_the_scrolling) {

@@ -219,6 +219,11 @@ TEST_F(ManyDrives, a_free_space_that_is_not_known_is_not_shown) {
     const App::HitRect drive = button(0);
     EXPECT_TRUE(painted_text("disk100"));
     EXPECT_FALSE(text_ending_at(drive.x + drive.w - 22, drive.y + 13));
+    open_list(0);
+    repaint();
+    const App::HitRect row = item(index_of(point(0)));
+    EXPECT_TRUE(text_at(row.x + 34, row.y + 8));
+    EXPECT_FALSE(text_ending_at(row.x + row.w - 10, row.y + 15));
 }
 
 TEST_F(AppDrives, both_buttons_are_hovered_on_their_side_alone) {
@@ -464,6 +469,25 @@ TEST_F(AppDrives, a_row_shows_label_path_and_numbers) {
     EXPECT_GT(shown().front().total_bytes, 0);
 }
 
+TEST_F(AppDrives, label_and_path_leave_the_numbers_their_room) {
+    start_measured();
+    open_list(0);
+    const int home = index_of(test_env::root() + "/home");
+    ASSERT_GE(home, 0);
+    for (const int width : {800, 420}) {
+        test_env::forget_painted();
+        AppTest::frame(width, 600);
+        const App::HitRect row = item(home);
+        const PaintedText* const path = text_at(row.x + 34, row.y + 22);
+        const PaintedText* const numbers = text_ending_at(row.x + row.w - 10, row.y + 15);
+        ASSERT_TRUE(path) << width;
+        EXPECT_TRUE(path->cut) << width;
+        // Where hardly anything would be left to the names, there are no numbers.
+        EXPECT_EQ(numbers != nullptr, width == 800);
+        EXPECT_LE(path->x + path->width, numbers ? numbers->x - 9 : row.x + row.w - 9) << width;
+    }
+}
+
 TEST_F(ManyDrives, a_rule_stands_between_two_kinds_and_nowhere_else) {
     REQUIRE_FRESH_PROCESS();
     REQUIRE_DRIVES(2);
@@ -542,6 +566,30 @@ TEST_F(AppDrives, hovering_follows_from_row_to_row_and_ends_beside_the_list) {
     EXPECT_EQ(app().m_drive_hover, 1);
     app().handle_motion(700, 60);
     EXPECT_EQ(app().m_drive_hover, -1);
+    app().handle_motion(second.x + 5, second.y);
+    app().handle_leave();
+    EXPECT_EQ(app().m_drive_hover, -1);
+    EXPECT_EQ(app().hovered(), nullptr);
+}
+
+// The list covers what lies below it with its edges, too.
+TEST_F(AppDrives, nothing_shines_through_the_edges_of_the_list) {
+    start();
+    for (const int side : {0, 1}) {
+        open_list(side);
+        const App::Rect list = app().m_drive_list;
+        int lit = 0;
+        for (const double y : {list.y + 1, list.y + list.h - 2})
+            for (double x = list.x + 1; x < list.x + list.w; x += 3) {
+                app().handle_motion(x, y);
+                lit += app().hovered() && app().hovered()->what != App::Hit::None;
+                EXPECT_EQ(app().m_cursor_name, nullptr) << x << " " << y;
+            }
+        EXPECT_EQ(lit, 0);
+        click(list.x + 30, list.y + 1);
+        EXPECT_EQ(app().m_open_drive_picker, -1);
+        EXPECT_EQ(app().m_path_edit, -1);
+    }
 }
 
 // --- Choosing ---------------------------------------------------------------------------------
@@ -683,7 +731,37 @@ TEST_F(ManyDrives, a_tall_list_ends_in_the_window_and_scrolls_with_the_wheel) {
     EXPECT_EQ(item(0).y, kListTop + 4);
     for (int i = 0; i < 9; ++i)
         app().handle_scroll(480, GDK_SCROLL_UP, 0);
+    app().handle_motion(100, kListTop + 4 + 45);
+    for (int i = 0; i < 9; ++i)
+        app().handle_scroll(100, GDK_SCROLL_UP, 0);
+    app().handle_scroll(100, GDK_SCROLL_DOWN, 0);
+    frame();
+    EXPECT_EQ(item(3).y, kListTop + 4) << "nor at the beginning";
     shot("drives_tall");
+    // A thumb tells where it is.
+    const Palette& p = app().m_palette;
+    const double thumb_x = button(0).x + button(0).w - 4;
+    EXPECT_EQ(at(thumb_x, kListTop + 6), p.menu_bg);
+    EXPECT_NE(at(thumb_x, kListTop + 200), p.menu_bg);
+    app().handle_scroll(100, GDK_SCROLL_UP, 0);
+    frame();
+    EXPECT_NE(at(thumb_x, kListTop + 6), p.menu_bg);
+    // A row that the list's end cuts does not run over its edge.
+    const auto below_list = [&] {
+        AppTest::frame(1100, 712);
+        const App::Rect list = app().m_drive_list;
+        EXPECT_LT(kListTop + 4 + 30 * page + 5, list.y + list.h - 4);
+        std::string pixels;
+        for (int y = static_cast<int>(list.y + list.h); y < 690; ++y)
+            for (int x = 10; x < 200; ++x)
+                pixels += pixel(x, y);
+        return pixels;
+    };
+    const std::string before = below_list();
+    for (int i = 0; i < 3; ++i) {
+        app().handle_scroll(100, GDK_SCROLL_SMOOTH, 0.1);
+        EXPECT_EQ(below_list(), before) << i;
+    }
 }
 
 TEST_F(AppDrives, a_list_that_fits_does_not_scroll_and_keeps_the_wheel) {
@@ -698,6 +776,13 @@ TEST_F(AppDrives, a_list_that_fits_does_not_scroll_and_keeps_the_wheel) {
     EXPECT_EQ(item(0).y, first.y);
     EXPECT_EQ(app().m_drive_hover, 0) << "the row under the pointer is still the first one";
     EXPECT_EQ(pane().scroll(), 0);
+    // Above and below it the wheel is the pane's.
+    for (const double y : {app().m_drive_list.y - 1, app().m_drive_list.y + app().m_drive_list.h}) {
+        app().handle_motion(first.x + 5, y);
+        app().handle_scroll(first.x + 5, GDK_SCROLL_DOWN, 0);
+        EXPECT_EQ(pane().scroll(), 3) << y;
+        app().handle_scroll(first.x + 5, GDK_SCROLL_UP, 0);
+    }
     key(GDK_KEY_Escape);
     app().handle_scroll(first.x + 5, GDK_SCROLL_DOWN, 0);
     EXPECT_EQ(pane().scroll(), 3);

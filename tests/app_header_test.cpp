@@ -198,6 +198,17 @@ TEST_F(Header, a_sheen_sweeps_what_is_done_and_wraps_at_its_width) {
     expect_near(at(12, y), kGradient[1].working, "nothing is done yet");
 }
 
+TEST_F(Header, strip_and_sheen_end_with_what_is_done) {
+    // The sheen is just before the end of the tinted half, and reaches 60 beyond its middle.
+    paint_transfer(1, 2, (550 - 5) / 260.0);
+    for (const double y : {kTop + 1, kTop + 62}) {
+        const Rgb bare = kGradient[y < kTop + 32 ? 0 : 2].working;
+        EXPECT_GT(at(545, y).r, bare.r + 0.05) << y;
+        expect_near(at(552, y), bare, "behind the end at " + std::to_string(y));
+        expect_near(at(900, y), bare, "far behind it at " + std::to_string(y));
+    }
+}
+
 TEST_F(Header, it_pulses_while_there_is_nothing_to_tell) {
     const double y = kGradient[1].y;
     const Rgb fill = rgb(app().m_palette.progress_fill_2);
@@ -307,6 +318,8 @@ TEST_F(Header, there_are_no_marks_without_work_or_room) {
     const double end = name_end();
     paint_transfer(0, 100, 1, end + 41);
     EXPECT_TRUE(marked(41));
+    paint_transfer(0, 100, 1, end + 40);
+    EXPECT_TRUE(marked(40)) << "40 is enough";
     paint_transfer(0, 100, 1, end + 39);
     EXPECT_FALSE(marked(39));
     copy() = {};
@@ -357,6 +370,23 @@ TEST_F(Header, root_gets_a_badge_instead_that_names_who_called) {
         expect_near(at(left + 20, y + 18), at(kClear, y + 18), "18 high");
         EXPECT_LT(at(left, kTop + 32 - 9).r, 0.5) << "its corners are round";
     }
+}
+
+TEST_F(Header, the_badge_of_a_long_name_does_not_run_over_the_products) {
+    if (!running_as_root())
+        GTEST_SKIP() << "needs root";
+    app().m_invoking_user = std::string(300, 'w');
+    for (const double w : {1100.0, 500.0}) {
+        paint(w);
+        const test_env::PaintedText& text = test_env::painted_texts().back();
+        EXPECT_TRUE(text.cut);
+        EXPECT_GE(text.x - 7, name_end() + 9) << w;
+        EXPECT_LE(text.x + text.width, w - 16) << w;
+    }
+    // Without any room there is none.
+    paint(name_end() + 30);
+    EXPECT_EQ(test_env::painted_texts().back().text, "deck");
+    expect_near(at(name_end() + 10, kTop + 32), kGradient[1].idle, "no badge");
 }
 
 // --- In the window ----------------------------------------------------------------------------

@@ -591,4 +591,20 @@ TEST_F(AppInputMethod, what_comes_too_late_goes_nowhere) {
     EXPECT_EQ(app().m_search_buffer, "now");
 }
 
+// What is being composed stands in the field, where nothing else may.
+TEST_F(AppInputMethod, a_filter_that_is_being_composed_has_no_hint) {
+    start();
+    use_telling_method();
+    app().begin_search(false);
+    test_env::forget_painted();
+    frame();
+    EXPECT_NE(test_env::painted_text("Filter this folder…"), nullptr);
+    key(GDK_KEY_x);
+    ASSERT_EQ(app().m_preedit, "x");
+    test_env::forget_painted();
+    frame();
+    EXPECT_EQ(test_env::painted_text("Filter this folder…"), nullptr);
+    EXPECT_NE(test_env::painted_text("x"), nullptr);
+}
+
 }  // namespace

@@ -315,6 +315,22 @@ TEST_F(AppLog, a_thumb_still_held_scrolls_no_other_list) {
     app().handle_release();
 }
 
+// What is turned before its first frame is meant for what was there before.
+TEST_F(AppLog, the_list_before_it_does_not_tell_where_its_end_is) {
+    start();
+    write_lines(300);
+    open();
+    app().close_overlay();
+    write_lines(1000);
+    app().perform(Action::LogWindow, 0);
+    app().handle_scroll(500, GDK_SCROLL_UP, 0, 0);
+    EXPECT_EQ(app().m_list_scroll, -1);
+    paint();
+    const int last = static_cast<int>(Log::instance().size()) - kPage;
+    app().handle_scroll(500, GDK_SCROLL_UP, 0, 0);
+    EXPECT_EQ(app().m_list_scroll, last - 3);
+}
+
 TEST_F(AppLog, the_vertical_thumb_goes_where_it_is_pulled) {
     start();
     write_lines(526);

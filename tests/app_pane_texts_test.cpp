@@ -396,4 +396,110 @@ TEST_F(PaneTexts, a_name_is_cut_in_the_middle_of_its_own_room) {
     }
 }
 
+// --- Texts and the edges of their room --------------------------------------------------------
+
+// As narrow as a column can be made, with 12 for the arrow.
+TEST_F(PaneTexts, nothing_of_a_narrow_column_leaves_it) {
+    files(1);
+    start();
+    settings().show_permissions = true;
+    settings().col_w_permissions = 40;
+    pane().set_sort_order({dir_lister::SortKey::Permissions, true, true});
+    const std::string rights = column_text(ColumnId::Permissions, pane().entries()[1], "%d");
+    for (const Look& look_of : kLooks) {
+        paint(look_of);
+        const App::HitRect cell =
+            hit(App::Hit::PaneHeader, static_cast<int>(dir_lister::SortKey::Permissions), 0);
+        ASSERT_EQ(cell.w, 40);
+        int seen = 0;
+        for (const PaintedText& text : test_env::painted_texts()) {
+            // What is cut tells its room as its width.
+            const bool head = text.text == "Permissions" && text.x < 508;
+            const bool row = text.text == rights && text.x < 508;
+            if (!head && !row)
+                continue;
+            ++seen;
+            EXPECT_TRUE(text.cut) << text.text;
+            EXPECT_GE(text.x, cell.x - 0.01 + (head ? -6 : 0)) << text.text;
+            EXPECT_LE(text.width, head ? 28 : 34) << text.text;
+        }
+        EXPECT_EQ(seen, 2);
+    }
+}
+
+TEST_F(PaneTexts, a_column_that_is_half_out_of_view_is_still_painted) {
+    files(1);
+    start();
+    for (int i = 0; i < 7; ++i)
+        set_column_enabled(settings(), static_cast<ColumnId>(i), true);
+    paint();
+    const double left_of_size =
+        hit(App::Hit::PaneHeader, static_cast<int>(dir_lister::SortKey::Size), 0).x;
+    app().m_pane_hscroll[0] = left_of_size + 20;
+    paint();
+    const double y = row_y(1) + 12;
+    const PaintedText* const size = find("1 B", y);
+    EXPECT_NEAR(right_end(*size), 78 - 20 - 6, 0.01);
+}
+
+// The scrollbar takes 11 of the pane; a row that is scrolled sideways ends before it.
+TEST_F(PaneTexts, no_text_shows_through_the_scrollbar_of_the_rows) {
+    files(60);
+    start();
+    for (int i = 0; i < 7; ++i)
+        set_column_enabled(settings(), static_cast<ColumnId>(i), true);
+    for (double shift = 0; shift < 60; shift += 6) {
+        app().m_pane_hscroll[0] = shift;
+        frame();
+        const App::HitRect thumb = hit(App::Hit::ScrollThumb, -1, 0);
+        const App::HitRect rows = hit(App::Hit::PaneBackground, -1, 0);
+        const int below = static_cast<int>(thumb.y + thumb.h) + 4;
+        // Odd rows are striped, so that one row is looked at at a time.
+        for (int y = below - below % 24; y + 24 < rows.y + rows.h - 4; ++y)
+            for (int x = static_cast<int>(thumb.x); x < 508 - 5; ++x)
+                ASSERT_TRUE(y < below || pixel(x, y) == pixel(static_cast<int>(thumb.x), y))
+                    << shift << " " << x << " " << y;
+    }
+}
+
+TEST_F(PaneTexts, the_name_of_a_row_that_is_renamed_is_not_painted_below_its_box) {
+    const std::string name(120, 'w');  // wider than the box
+    write_file(left() + "/" + name, "x");
+    start();
+    pane().set_cursor(1, true);
+    paint();
+    EXPECT_EQ(find(name, row_y(1) + 12)->color, app().m_palette.selection_text);
+    app().perform(Action::Rename, 0);
+    paint();
+    int seen = 0;
+    for (const PaintedText& text : test_env::painted_texts())
+        seen += text.text == name && text.x < 508;
+    EXPECT_EQ(seen, 1) << "the field's own";
+}
+
+TEST_F(PaneTexts, the_rename_box_ends_3_before_a_narrow_pane) {
+    files(3);
+    start();
+    pane().set_cursor(1, true);
+    app().perform(Action::Rename, 0);
+    AppTest::frame(600, 720);
+    const App::Rect& box = app().m_rename_field.box;
+    EXPECT_EQ(box.x, 10 - 3);
+    EXPECT_EQ(box.w, (600 - 84) / 2 - 3 - 10);
+    EXPECT_EQ(box.h, 20);
+}
+
+TEST_F(PaneTexts, a_long_filter_ends_8_before_the_count) {
+    start();
+    app().m_search_pane = 0;
+    app().m_search_buffer = std::string(100, 'W');
+    app().m_search_caret = 0;
+    paint({"light", 200});
+    const PaintedText count = *find("1 / 1", kTop + 28 + 34 + 26 + 3 + 11);
+    const App::HitRect box = hit(App::Hit::SearchBar, -1, 0);
+    const Palette& p = app().m_palette;
+    EXPECT_FALSE(has(p.text, count.x - 7.5, box.y + 4, 7.5, 14));
+    EXPECT_TRUE(has(p.text, count.x - 18, box.y + 4, 10, 14));
+}
+
 }  // namespace

@@ -507,6 +507,24 @@ TEST_F(PanePaint, the_cross_is_red_under_the_pointer) {
     EXPECT_TRUE(has(app().m_palette.danger, cross.x, cross.y, cross.w, cross.h));
 }
 
+TEST_F(PanePaint, the_cross_of_the_other_side_stays_as_it_is) {
+    files(2);
+    write_file(right() + "/file0", "x");
+    start();
+    pane(false).set_filter("f", true);
+    pane(true).set_filter("f", true);
+    frame();
+    for (const int side : {0, 1}) {
+        const App::HitRect cross = hit(App::Hit::SearchClear, -1, side);
+        app().handle_motion(cross.x + 9, cross.y + 11);
+        frame();
+        for (const int each : {0, 1}) {
+            const App::HitRect one = hit(App::Hit::SearchClear, -1, each);
+            EXPECT_EQ(has(app().m_palette.danger, one.x, one.y, one.w, one.h), each == side);
+        }
+    }
+}
+
 TEST_F(PanePaint, the_filter_box_has_a_magnifier_and_an_edge_by_its_focus) {
     start();
     pane().set_filter("x", true);
@@ -548,6 +566,26 @@ TEST_F(PanePaint, a_long_filter_text_stays_in_its_box) {
     EXPECT_FALSE(has(app().m_palette.text, box.x + 1, box.y + 3, 8, 16));
     EXPECT_FALSE(has(app().m_palette.text, box.x + box.w - 26, box.y + 3, 24, 16));
     EXPECT_FALSE(has(app().m_palette.text, 508, box.y, 84, box.h));
+}
+
+// --- The cursor and a list that gets another height --------------------------------------------
+
+// The row behind the last one in view has not been in view.
+TEST_F(PanePaint, a_cursor_below_the_view_does_not_pull_the_list) {
+    files(100);
+    start();
+    const int rows = app().rows_in_view(false);
+    for (const int below : {0, 1}) {
+        app().m_search_pane = -1;
+        pane().set_cursor(20 + rows - 1 + below, true);
+        pane().set_scroll(20, rows);
+        frame();
+        ASSERT_EQ(pane().scroll(), 20);
+        app().m_search_pane = 0;  // its bar takes a row
+        frame();
+        ASSERT_LT(app().rows_in_view(false), rows);
+        EXPECT_EQ(pane().scroll() > 20, below == 0);
+    }
 }
 
 // --- Scrollbars -------------------------------------------------------------------------------

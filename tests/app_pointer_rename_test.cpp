@@ -225,6 +225,32 @@ TEST_F(AppPointerRename, a_refused_name_does_not_hinder_a_row_from_being_marked)
     EXPECT_EQ(selected_names(), Names{"a"});
 }
 
+TEST_F(AppPointerRename, a_refused_name_is_covered_by_no_menu_and_no_drive) {
+    start_with_three();
+    const auto refuse = [&] {
+        rename("b", "");
+        key(GDK_KEY_BackSpace);
+        type("c");
+    };
+    refuse();
+    click(row("a"), 3);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Message);
+    EXPECT_FALSE(app().menu_open());
+    app().close_overlay();
+    frame();
+    refuse();
+    click_below_rows(false, 3);
+    EXPECT_EQ(app().m_overlay, App::Overlay::Message);
+    EXPECT_FALSE(app().menu_open());
+    app().close_overlay();
+    frame();
+    refuse();
+    click(hit(App::Hit::DrivePicker, -1, 0));
+    click(hit(App::Hit::DriveItem, 0));
+    EXPECT_EQ(app().m_overlay, App::Overlay::Message);
+    EXPECT_EQ(pane().path(), left());
+}
+
 // --- What it goes on through ------------------------------------------------------------------
 
 TEST_F(AppPointerRename, sorting_by_its_own_header_goes_on_with_the_same_entry) {
@@ -401,6 +427,11 @@ TEST_F(AppPointerRename, the_box_ends_at_its_edges) {
     ASSERT_LT(box.y + box.h, target.y + target.h);
     pane().clear_selection();
     app().handle_click(box.x + 2, box.y + box.h, 1, 0, 1);
+    EXPECT_TRUE(pane().has_selection());
+    app().handle_release();
+    ASSERT_GT(box.y, target.y);
+    pane().clear_selection();
+    app().handle_click(box.x + 2, box.y - 0.5, 1, 0, 1);
     EXPECT_TRUE(pane().has_selection());
     EXPECT_TRUE(renaming());
 }

@@ -206,6 +206,27 @@ TEST_F(AppPointerRows, a_press_below_a_dialogue_is_no_half_of_a_double_click) {
     EXPECT_EQ(pane().path(), left() + "/sub");
 }
 
+TEST_F(AppPointerRows, a_double_click_that_closes_a_menu_opens_no_folder) {
+    make_dirs(left() + "/sub");
+    start();
+    const auto double_click_closes = [&](const char* what) {
+        double_click(row("sub"));
+        EXPECT_FALSE(app().menu_open()) << what;
+        EXPECT_EQ(pane().path(), left()) << what;
+    };
+    app().open_menu(6);
+    frame();
+    double_click_closes("menu of the bar");
+    app().open_context_menu(300, 400, false);
+    frame();
+    double_click_closes("menu of a pane");
+    app().open_column_menu(300, 400, false);
+    frame();
+    double_click_closes("menu of the columns");
+    double_click(row("sub"));
+    EXPECT_EQ(pane().path(), left() + "/sub");
+}
+
 TEST_F(AppPointerRows, two_clicks_on_two_entries_at_one_place_open_neither) {
     for (const char* name : {"b", "c", "d"})
         make_dirs(left() + "/" + name);
@@ -233,6 +254,41 @@ TEST_F(AppPointerRows, a_double_click_finds_its_folder_in_a_list_that_was_read_a
     app().handle_release();
     EXPECT_EQ(pane().path(), left() + "/sub");
     EXPECT_TRUE(selected_names().empty());
+}
+
+// --- Other buttons ----------------------------------------------------------------------------
+
+TEST_F(AppPointerRows, only_the_right_button_opens_the_menu_of_the_columns) {
+    start_with_files(2);
+    const App::HitRect title = hit(App::Hit::PaneHeader, 0, 1);
+    const bool ascending = pane(true).sort_order().ascending;
+    click(title, 2);
+    EXPECT_FALSE(app().menu_open());
+    EXPECT_NE(pane(true).sort_order().ascending, ascending);
+    const App::HitRect strip = hit(App::Hit::PaneHeaderMenu, -1, 0);
+    for (const int button : {1, 2}) {
+        click(strip.x + 2, strip.y + 13, button);
+        EXPECT_FALSE(app().menu_open()) << button;
+        EXPECT_TRUE(app().m_active_right) << button;
+    }
+}
+
+// A result that is still held at the height of the work goes at once.
+TEST_F(AppPointerRows, a_result_line_that_is_dismissed_leaves_no_empty_band) {
+    start();
+    app().m_result.valid = true;
+    app().m_progress_hold_until = App::now_seconds() + 0.2;
+    frame();
+    if (count_hits(App::Hit::ResultDismiss) == 0) {  // not before the band has shrunk
+        ASSERT_TRUE(pump_until([this] {
+            frame();
+            return count_hits(App::Hit::ResultDismiss) == 1;
+        }));
+    }
+    app().m_progress_hold_until = App::now_seconds() + 30;
+    press(hit(App::Hit::ResultDismiss));
+    frame();
+    EXPECT_EQ(app().m_layout.progress_h, 0);
 }
 
 }  // namespace
