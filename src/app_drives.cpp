@@ -126,7 +126,6 @@ void App::draw_drive_list(double x, double y, double w) {
     const double h = std::min(kRow * count + 2 * kListMargin, std::max(0.0, room));
     m_drive_list = {button.x, button.y + button.h + 2, button.w, h};
     const Rect& list = m_drive_list;
-    add_hit(list.x, list.y, list.w, h, Hit::None);
     fill_rounded(list.x + 2, list.y + 3, list.w, h, 4, "#000000", 0.12);
     fill_rounded(list.x, list.y, list.w, h, 4, m_palette.menu_bg, 1);
     stroke_rounded(list.x, list.y, list.w, h, 4, m_palette.menu_border, 1, 1);
@@ -134,6 +133,7 @@ void App::draw_drive_list(double x, double y, double w) {
     const double inside_h = h - 2 * kListMargin;
     if (inside_h <= 0)
         return;
+    add_hit(list.x, list.y, list.w, h, Hit::None);  // its edges
     const int page = std::max(1, static_cast<int>(inside_h / kRow));
     m_drive_scroll = std::clamp(m_drive_scroll, 0, std::max(0, count - page));
     const double top = list.y + kListMargin;

@@ -753,7 +753,7 @@ TEST_F(ManyDrives, a_tall_list_ends_in_the_window_and_scrolls_with_the_wheel) {
         EXPECT_LT(kListTop + 4 + 30 * page + 5, list.y + list.h - 4);
         std::string pixels;
         for (int y = static_cast<int>(list.y + list.h); y < 690; ++y)
-            for (int x = 10; x < 200; ++x)
+            for (int x = 10; x < 400; ++x)
                 pixels += pixel(x, y);
         return pixels;
     };

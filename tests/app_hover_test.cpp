@@ -131,4 +131,25 @@ TEST_F(AppHover, each_item_of_each_menu_is_lit) {
     }
 }
 
+// The next menu may have an item of the same command elsewhere.
+TEST_F(AppHover, a_menu_that_closes_leaves_nothing_lit) {
+    files(2);
+    start();
+    put_cursor_on("file0");
+    app().open_menu(0);
+    frame();
+    const App::HitRect item = hit(Hit::MenuItem, static_cast<int>(Action::Rename));
+    app().handle_motion(item.x + 5, item.y + 5);
+    ASSERT_EQ(app().m_menu_hover_item, static_cast<int>(Action::Rename));
+    app().open_context_menu(600, 300, true);
+    EXPECT_EQ(app().m_menu_hover_item, -1);
+    app().click_drive_picker(false);
+    frame();
+    const App::HitRect drive = hit(Hit::DriveItem, 0);
+    app().handle_motion(drive.x + 5, drive.y + 5);
+    ASSERT_EQ(app().m_drive_hover, 0);
+    app().close_menus();
+    EXPECT_EQ(app().m_drive_hover, -1);
+}
+
 }  // namespace
