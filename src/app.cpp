@@ -176,7 +176,10 @@ int App::run(int argc, char** argv) {
 }
 
 void App::begin(int argc, char** argv) {
+    // What a desktop knows the window by: the name of the desktop file, on Wayland and on X11.
+    g_set_prgname("ferrodeck");
     gtk_init(&argc, &argv);
+    gdk_set_program_class("ferrodeck");
     parse_arguments(argc, argv);
     std::setlocale(LC_NUMERIC, "C");  // GTK's start has set the locale
     SettingsStore::instance().load();

@@ -585,6 +585,14 @@ TEST_F(SessionRoads, the_window_comes_back_where_it_was_at_its_size) {
     }
 }
 
+// By which a task bar finds the icon.
+TEST_F(SessionRoads, the_window_bears_the_name_of_the_desktop_file) {
+    open();
+    EXPECT_EQ(output("xprop -id " + window() + " WM_CLASS"),
+              "WM_CLASS(STRING) = \"ferrodeck\", \"ferrodeck\"\n");
+    close_by_signal();
+}
+
 TEST_F(SessionRoads, a_maximised_window_comes_back_maximised) {
     write_file(m_program.config_file("geometry.json"),
                "{\n  \"width\": 1200,\n  \"height\": 800,\n  \"x\": 100,\n  \"y\": 100,\n"
