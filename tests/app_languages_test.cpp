@@ -185,6 +185,7 @@ TEST_F(AppLanguages, the_dialogues) {
         {"languages", [this] { app().perform(Action::SettingsLanguageOpen, 0); }},
         {"which side", [this] { app().open_overlay(Overlay::BookmarkSide, "x"); }},
         {"which side to unpack to", [this] { app().open_overlay(Overlay::UnpackSide, "x"); }},
+        {"bytes", [this] { app().perform(Action::ViewHex, 0); }},
         {"settings", [this] { app().perform(Action::SettingsWindow, 0); }},
         {"about", [this] { app().perform(Action::About, 0); }},
         {"licences", [this] { app().perform(Action::Licenses, 0); }},
