@@ -476,6 +476,7 @@ TEST_F(AppFields, hidden_files_are_toggled_with_the_bar_open) {
 }
 
 TEST_F(AppFields, of_all_commands_two_leave_an_open_bar_alone) {
+    REQUIRE_FRESH_PROCESS();  // whatever they leave behind
     write_file(left() + "/alpha", "x");
     start();
     // These would hand something to other programs, or end this one.
