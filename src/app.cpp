@@ -8,6 +8,7 @@
 #include "archive_ops.h"
 #include "desktop_theme.h"
 #include "drives.h"
+#include "elevate.h"
 #include "file_ops.h"
 #include "format.h"
 #include "fs_ops.h"
@@ -87,6 +88,7 @@ gboolean on_self_test_cb(gpointer data) {
 gboolean on_signal_cb(gpointer data) {
     Log::infof("signal received, shutting down");
     app_of(data).m_quitting = true;
+    elevate::abandon();
     if (gtk_main_level() > 0)
         gtk_main_quit();
     return FALSE;  // a second signal of the kind ends the process at once
@@ -208,6 +210,7 @@ void App::finish() {
         g_source_remove(m_tick_id);
     m_tick_id = 0;
     desktop_theme::watch({});
+    forget_root_start();
     save_state();
     // The user sees the window go before any waiting begins.
     GdkDisplay* display = gdk_display_get_default();
@@ -327,10 +330,12 @@ void App::save_state() {
 }
 
 void App::save_state_if_changed() {
-    if (m_left.path() != m_saved_left)
-        recent::add(m_left.path());
-    if (m_right.path() != m_saved_right)
-        recent::add(m_right.path());
+    for (const bool right : {false, true})
+        if (const Pane& pane = pane_for(right);
+            pane.path() != (right ? m_saved_right : m_saved_left)) {
+            recent::add(pane.path());
+            warn_if_unreadable(right);
+        }
     if (m_left.path() != m_saved_left || m_right.path() != m_saved_right ||
         !same_order(m_left.sort_order(), m_saved_left_sort) ||
         !same_order(m_right.sort_order(), m_saved_right_sort))
@@ -519,6 +524,7 @@ void App::on_destroy() {
     m_window = nullptr;
     m_canvas = nullptr;
     m_quitting = true;
+    elevate::abandon();
     if (gtk_main_level() > 0)
         gtk_main_quit();
 }

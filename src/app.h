@@ -33,8 +33,10 @@
 #include <functional>
 #include <gtk/gtk.h>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 class App : public AppTypes {
@@ -570,6 +572,32 @@ class App : public AppTypes {
     void answer_conflict(copy_engine::ConflictAction answer);
     void move_cursor_to_single_selection();
 
+    // --- Root's rights (app_root.cpp) ---------------------------------------------------------
+
+    // Has the helper copy what the transfer was refused. Returns when it has answered; meanwhile
+    // the main loop runs, the window is veiled and takes no input.
+    void retry_as_admin();
+    [[nodiscard]] static bool may_succeed_as_root(const copy_engine::FailedItem& item);
+    void show_retried(size_t done, size_t failed);
+    void draw_veil();
+    // reason may be null. It is empty where there is nothing to tell.
+    [[nodiscard]] static bool can_restart_as_root(std::string* reason);
+    // Asks for root's rights for a second instance with the same panes; once it is up, this one
+    // closes. Returns at once.
+    void restart_as_root();
+    [[nodiscard]] std::vector<std::string> root_command(const std::string& program,
+                                                        const std::string& cookie) const;
+    struct RootRestart;
+    void watch_root_start(std::shared_ptr<RootRestart> start);
+    void poll_root_start();
+    void end_root_start(int status);  // of the child, as waitpid() tells it
+    void forget_root_start();
+    // The processes of root's with a program's name.
+    [[nodiscard]] static std::vector<pid_t> root_instances(const std::string& program);
+    // The message about a folder that may not be read, if the side shows one.
+    void warn_if_unreadable(bool right);
+    void warn_no_access(const std::string& path, const std::string& error);
+
     // --- Keyboard (app_keys.cpp) --------------------------------------------------------------
 
     void handle_key(GdkEventKey* event);
@@ -730,6 +758,11 @@ class App : public AppTypes {
     guint m_tick_id = 0;
     std::string m_invoking_user;  // who called sudo or pkexec; empty: nobody did
     bool m_quitting = false;      // a signal or the close button has asked for the end
+
+    // --- Fields: root's rights (app_root.cpp) -------------------------------------------------
+
+    bool m_veiled = false;                        // the helper is waited for
+    std::shared_ptr<RootRestart> m_root_restart;  // null: none is under way
 
     // --- Fields: panes (app.cpp) --------------------------------------------------------------
 

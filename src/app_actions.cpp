@@ -114,6 +114,8 @@ bool App::show_hidden() {
 // --- The frame around every command -----------------------------------------------------------
 
 void App::perform(Action action, int) {
+    if (m_veiled)
+        return;
     if (action == Action::None) {
         request_redraw();
         return;
@@ -273,6 +275,10 @@ void App::dispatch(Action action) {
         return cancel_overlay();
     case Action::DismissErrors:
         return close_overlay();
+    case Action::RetryAsAdmin:
+        return retry_as_admin();
+    case Action::RestartAsRoot:
+        return restart_as_root();
     case Action::ConflictOverwrite:
         return answer_conflict(ConflictAction::Overwrite);
     case Action::ConflictSkip:
@@ -390,8 +396,6 @@ void App::dispatch(Action action) {
     case Action::Licenses:
     case Action::SandboxInfo:
     case Action::SandboxCopyCommand:
-    case Action::RetryAsAdmin:
-    case Action::RestartAsRoot:
     case Action::AboutWebsite:
     case Action::AboutContact:
     case Action::AboutBugMail:

@@ -10,7 +10,6 @@
 #include "strutil.h"
 
 #include <algorithm>
-#include <cerrno>
 
 namespace {
 
@@ -26,12 +25,9 @@ std::string date_text(int64_t seconds) {
     return text.empty() ? kUnknown : text;
 }
 
-bool may_succeed_as_root(const copy_engine::FailedItem& item) {
-    return (item.code == EACCES || item.code == EPERM) && !item.target.empty();
-}
-
 int count_elevatable(const std::vector<copy_engine::FailedItem>& failures) {
-    return static_cast<int>(std::count_if(failures.begin(), failures.end(), may_succeed_as_root));
+    return static_cast<int>(
+        std::count_if(failures.begin(), failures.end(), App::may_succeed_as_root));
 }
 
 }  // namespace

@@ -244,6 +244,8 @@ App::DropPlace App::drop_place(double x, double y) const {
 }
 
 void App::drag_over(double x, double y) {
+    if (m_veiled)
+        return;
     m_drag_x = x;
     m_drag_y = y;
     const DropPlace place = drop_place(x, y);
@@ -270,7 +272,7 @@ void App::drag_left() {
 
 bool App::drop_uris(const std::vector<std::string>& uris, double x, double y, bool move) {
     drag_left();
-    if (uris.empty())
+    if (uris.empty() || m_veiled)
         return false;
     // The transfer may have a question, which would take the dialogue's place.
     if (m_overlay != Overlay::None) {

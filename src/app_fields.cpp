@@ -10,6 +10,7 @@
 #include "strutil.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <gdk/gdkkeysyms.h>
 
 namespace {
@@ -243,6 +244,8 @@ void App::commit_path_edit() {
     if (!probe.error.empty()) {
         m_path_error = fmt::embedded(path) + ": " + probe.error;
         Log::warnf("path rejected: %s", m_path_error.c_str());
+        if (probe.error_code == EACCES || probe.error_code == EPERM)
+            warn_no_access(path, probe.error);
         return request_redraw();
     }
     Log::infof("path bar → %s", path.c_str());

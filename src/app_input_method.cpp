@@ -120,6 +120,8 @@ bool App::input_method_takes(GdkEventKey* event) {
 
 // Ctrl+Shift+U ends as they are let go.
 void App::handle_key_release(GdkEventKey* event) {
+    if (m_veiled)
+        return;
     sync_input_method();
     input_method_takes(event);
 }

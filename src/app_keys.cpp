@@ -99,6 +99,8 @@ bool App::is_return(guint key) {
 }
 
 void App::handle_key(GdkEventKey* event) {
+    if (m_veiled)
+        return;
     // A rename whose entry is no longer listed is nowhere to be seen, so it must not take keys.
     if (active_pane().renaming() && active_pane().rename_target() < 0)
         active_pane().cancel_rename();

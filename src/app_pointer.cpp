@@ -75,6 +75,8 @@ double wheel_direction(GdkScrollDirection direction) {
 // --- Clicks -----------------------------------------------------------------------------------
 
 void App::handle_click(double x, double y, int button, guint state, guint32 clicks) {
+    if (m_veiled)
+        return;
     end_composition();
     if (conflict_too_new())
         return;
@@ -375,6 +377,8 @@ void App::handle_release() {
 void App::handle_motion(double x, double y, GdkEventMotion* event) {
     m_mouse_x = x;
     m_mouse_y = y;
+    if (m_veiled)
+        return;
     if (!drag_to(x, y) && !(event && pull_rows(event)))
         hover_over(hit_test(x, y));
 }
@@ -429,6 +433,8 @@ void App::handle_leave() {
 // --- Wheel ------------------------------------------------------------------------------------
 
 void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, guint state) {
+    if (m_veiled)
+        return;
     const bool smooth = direction == GDK_SCROLL_SMOOTH;
     const double turn = smooth ? std::clamp(delta_y, -1e6, 1e6) : wheel_direction(direction);
     if (scroll_menu(kWheelRows * turn))

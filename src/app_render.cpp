@@ -122,7 +122,8 @@ void App::draw_frame(cairo_t* cr, double pixel_w, double pixel_h) {
     place_input_method();
     light_again();
     drag_over_again();
-    log_dialog_options();
+    if (!m_veiled)  // which leaves nothing to choose
+        log_dialog_options();
 }
 
 void App::draw_all() {
@@ -146,6 +147,8 @@ void App::draw_all() {
         draw_context_menu();
     if (m_overlay != Overlay::None)
         draw_overlay();
+    if (m_veiled)
+        draw_veil();
 }
 
 App::Layout App::compute_layout(double w, double h) const {

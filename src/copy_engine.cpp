@@ -356,11 +356,25 @@ void Engine::restore_folder_modes() {
 // -------------------------------------------------------------------
 
 void Engine::note_failure(const std::string& path, const std::string& message,
-                          const std::string& target, int attempts, int code) {
+                          const std::string& target, int attempts, int code, bool copied) {
     std::lock_guard<std::mutex> lock(m_mutex);
     ++m_failures_total;
     if (m_failures.size() < kMaxStoredFailures)
-        m_failures.push_back({path, target, message, attempts, code});
+        m_failures.push_back({path, target, message, attempts, code, copied});
+}
+
+void Engine::forget_failures(const std::vector<FailedItem>& items) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const FailedItem& item : items) {
+        const auto found =
+            std::find_if(m_failures.begin(), m_failures.end(), [&item](const FailedItem& failure) {
+                return failure.path == item.path && failure.target == item.target;
+            });
+        if (found == m_failures.end())
+            continue;
+        m_failures.erase(found);
+        --m_failures_total;
+    }
 }
 
 void Engine::set_current(int slot, const std::string& path) {

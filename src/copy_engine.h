@@ -58,6 +58,8 @@ struct FailedItem {
     std::string message;
     int attempts = 0;
     int code = 0;  // an errno; 0: no system call is behind it
+    // Of a move: the copy is whole, and the source alone could not be removed.
+    bool copied = false;
 };
 
 // What the display reads: a value, complete in itself.
@@ -126,6 +128,8 @@ class Engine {
     // Answers the open question; ignored when there is none or it has been answered.
     void resolve_conflict(ConflictAction action, bool apply_to_all);
     [[nodiscard]] Progress snapshot();
+    // Takes failures off the list that have been made good by other means.
+    void forget_failures(const std::vector<FailedItem>& items);
     // The path of the first worker that shows no sign of life, or empty. Wakes the ones that have
     // shown none for kStallWakeSeconds, and everybody who is still there after a cancel.
     std::string watchdog_tick();
@@ -203,7 +207,7 @@ class Engine {
     void restore_folder_modes();
     void wake_cancelled(double now);
     void note_failure(const std::string& path, const std::string& message,
-                      const std::string& target, int attempts, int code);
+                      const std::string& target, int attempts, int code, bool copied = false);
     void set_current(int slot, const std::string& path);
     void note_slot_progress(int slot) const;
 

@@ -618,8 +618,8 @@ bool Engine::attempt_hard_link(Worker& worker, const std::string& target, bool& 
 void Engine::remove_moved_source(Worker& worker, const std::string& target) {
     const FileTask& task = worker.task;
     const int fd = worker.folder.source_fd();
-    const auto failed = [&](const std::string& message, int code) {
-        note_failure(task.source, message, target, 1, code);
+    const auto failed = [&](const std::string& message, int code, bool copied = true) {
+        note_failure(task.source, message, target, 1, code, copied);
         Log::errorf("move: copied but could not remove source %s: %s", task.source.c_str(),
                     message.c_str());
     };
@@ -632,7 +632,7 @@ void Engine::remove_moved_source(Worker& worker, const std::string& target) {
     if (worker.torn || id_of(now) != worker.source_id || now.st_size != worker.source_size ||
         !same_time(now.st_mtim, worker.source_mtime)) {
         discard_copy(worker, target);
-        failed(kChanged, 0);
+        failed(kChanged, 0, false);
         return;
     }
     if (unlinkat(fd, name_in(task.source), 0) != 0) {

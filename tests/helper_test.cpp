@@ -199,6 +199,27 @@ TEST_F(Helper, answers_each_line_by_its_number_and_goes_on_after_a_failure) {
     EXPECT_EQ(entries_of(m_dir.path()), "b");
 }
 
+TEST_F(Helper, refuses_a_path_that_does_not_lead_straight_down) {
+    fs::create_directory(at("folder"));
+    write_file(at("a"), "x", 0600);
+    const std::string relative = at("a").substr(1);  // from "/", where it works
+    EXPECT_EQ(ask({"REMOVE", relative}), "ERR the path is not absolute");
+    EXPECT_EQ(ask({"COPY", relative, at("b")}), "ERR the path is not absolute");
+    EXPECT_EQ(ask({"COPY", at("a"), at("b").substr(1)}), "ERR the path is not absolute");
+    for (const char* const way : {"folder/../a", "./a", "folder/.././a"}) {
+        const std::string refused = "ERR the path holds a \".\" or \"..\"";
+        EXPECT_EQ(ask({"REMOVE", at(way)}), refused);
+        EXPECT_EQ(ask({"COPY", at(way), at("b")}), refused);
+        EXPECT_EQ(ask({"COPY", at("a"), at(way)}), refused);
+        EXPECT_EQ(ask({"MKDIR", at(way), "755"}), refused);
+        EXPECT_EQ(ask({"CHMOD", at(way), "777"}), refused);
+        EXPECT_EQ(ask({"CHOWN", at(way), "-1", "-1"}), refused);
+    }
+    EXPECT_EQ(ask({"REMOVE", at("a"), at("a")}), "ERR malformed line");
+    EXPECT_EQ(entries_of(m_dir.path()), "a folder");
+    EXPECT_EQ(mode_of(at("a")), 0600U);
+}
+
 TEST_F(Helper, without_a_line_there_is_nothing_to_say) {
     EXPECT_EQ(answers_of_helper(""), "");
 }
