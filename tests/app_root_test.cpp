@@ -415,6 +415,7 @@ TEST_F(AppRetry, the_window_may_go_meanwhile) {
         EXPECT_TRUE(app().m_quitting);
         EXPECT_FALSE(app().m_veiled);
         EXPECT_FALSE(logged("retry as admin: cancelled by the user"));
+        EXPECT_EQ(app().m_result.detail, "");
         finish();
     }));
 }
@@ -737,14 +738,16 @@ TEST_F(AppRestart, the_command_line_hands_the_state_over) {
                            (m_dir / "cookie") + ")"));
         // A second command while the first is under way asks nobody.
         fs::remove(m_dir / "words");
+        const GPid child = app().m_root_restart->child;
         restart();
         EXPECT_EQ(app().m_overlay, App::Overlay::None);
+        EXPECT_EQ(app().m_root_restart->child, child);
         // Without DISPLAY it is the first one.
         unsetenv("DISPLAY");
         EXPECT_EQ(app().root_command("p", "c")[2], "DISPLAY=:0");
         app().m_active_right = false;
         EXPECT_EQ(app().root_command("p", "c")[7], "--active=left");
-        kill(app().m_root_restart->child, SIGKILL);
+        kill(child, SIGKILL);
     }));
 }
 
@@ -879,10 +882,12 @@ TEST_F(AppRestart, the_window_closes_once_the_second_instance_is_up) {
             start();
             restart();
             ASSERT_TRUE(pump_until([this] { return exists(m_dir / "asked"); }));
-            // The one that was there before is not taken for it.
+            // Neither the one that was there before nor one of the user's is taken for it.
+            const pid_t own = test_env::spawn({m_dir / name, "60"});
             const int polls = app().m_root_restart->polls;
             ASSERT_TRUE(pump_until([&] { return app().m_root_restart->polls >= polls + 2; }));
             EXPECT_TRUE(app().m_window);
+            test_env::end(own);
             const GPid child = app().m_root_restart->child;
             write_file(m_dir / "go", "");
             EXPECT_TRUE(pump_until([this] { return !app().m_window; }));
