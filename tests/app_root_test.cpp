@@ -27,6 +27,8 @@
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -483,6 +485,17 @@ TEST_F(AppRetryRoads, a_signal_ends_it_while_the_helper_is_waited_for) {
 
 // --- A folder that may not be read ------------------------------------------------------------
 
+// The socket is there a moment before somebody listens.
+bool is_listened_to(const std::string& path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool good = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(fd);
+    return good;
+}
+
 class AppNoAccess : public AppRoot {
   protected:
     // A folder of the left side that only root may read.
@@ -606,7 +619,7 @@ TEST_F(AppNoAccess, on_wayland_the_reason_is_the_last_word) {
             {"env", "XDG_RUNTIME_DIR=" + m_dir.path(), "weston", "--backend=headless-backend.so",
              "--socket=ferrodeck", "--width=1600", "--height=1200", "--idle-time=0"});
         const std::string socket = m_dir / "ferrodeck";
-        for (int i = 0; i < 1000 && !exists(socket); ++i)
+        for (int i = 0; i < 1000 && !is_listened_to(socket); ++i)
             g_usleep(10'000);
         // The frame that GTK gives the window there has icons.
         setenv("XDG_DATA_DIRS", "/usr/local/share:/usr/share", 1);
