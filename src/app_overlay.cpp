@@ -58,7 +58,7 @@ void App::open_overlay(Overlay overlay, const std::string& title) {
     m_overlay = overlay;
     m_overlay_title = title;
     m_list_scroll = 0;
-    m_overlay_scrolls = false;  // where its list ends is not known before its first frame
+    m_overlay_scrolls = false;         // where its list ends is not known before its first frame
     if (overlay == Overlay::Errors) {  // not with each frame: this looks at the disk
         m_can_elevate = elevate::availability() == elevate::Availability::Yes;
         m_why_not_elevate = elevate::unavailable_reason();
