@@ -4,7 +4,6 @@
 
 #include "app_texts.h"
 #include "i18n.h"
-#include "icon_data.h"
 
 #include <cstdlib>
 
@@ -121,11 +120,6 @@ TEST_F(AppSideChoice, each_choice_has_a_digit_of_its_own_in_another_script) {
 }
 
 // --- Logo -------------------------------------------------------------------------------------
-
-TEST_F(AppSideChoice, the_logo_is_a_png) {
-    EXPECT_EQ(icon_data::PNG_BYTES, 8731U);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(icon_data::PNG) + 1, 3), "PNG");
-}
 
 TEST_F(AppSideChoice, the_sandbox_notice_has_the_logo_beside_its_title) {
     start();

@@ -22,6 +22,8 @@ packages_of() {
         echo dbus-daemon weston
         # Another view of the trash.
         echo gvfs libglib2.0-bin
+        # The logo's picture of its drawing.
+        echo librsvg2-bin
         # What all languages are written with.
         echo fonts-noto-core fonts-noto-cjk
         # File systems to copy between, and peers to compare with.
