@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <sys/prctl.h>
@@ -70,6 +71,11 @@ void Program::start(const std::vector<std::string>& arguments, const std::string
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent)
         _exit(126);
+    if (m_keep_errors) {
+        const int errors = open((m_home / "errors").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(errors, STDERR_FILENO);
+        close(errors);
+    }
     // As a desktop session starts it, whatever this test process has inherited.
     ::signal(SIGPIPE, SIG_DFL);
     rlimit files = {};
@@ -102,6 +108,7 @@ int Program::wait(double seconds) {
         !poll_for(seconds, [this, &status] { return waitpid(m_pid, &status, WNOHANG) == m_pid; }))
         return -1;
     m_pid = -1;
+    m_killed = WIFSIGNALED(status);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

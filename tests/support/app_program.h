@@ -30,7 +30,12 @@ class Program {
     void start(const std::vector<std::string>& arguments, const std::string& working_dir = {});
     // The exit status, 128 and the signal's number, or -1 when it has not ended by then.
     int wait(double seconds = 60);
+    // Whether the end that wait() has told of was by a signal.
+    bool killed() const { return m_killed; }
     void signal(int number);
+    // What it has written to its standard error. Told before start().
+    void keep_errors() { m_keep_errors = true; }
+    std::string errors() const { return read_file(m_home / "errors"); }
     pid_t pid() const { return m_pid; }
 
     // start() and wait().
@@ -47,6 +52,8 @@ class Program {
     TempDir m_home;
     std::string m_wayland;  // a socket's path; empty: X11
     pid_t m_pid = -1;
+    bool m_killed = false;
+    bool m_keep_errors = false;
 };
 
 }  // namespace test_env
