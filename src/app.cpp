@@ -198,6 +198,7 @@ void App::begin(int argc, char** argv) {
     watch_signals();
     flash_status("Build " FERRODECK_BUILD);
     m_flash_until = now_seconds() + 4.0;
+    offer_sandbox_notice();
     if (!m_arg_actions.empty()) {
         Log::infof("selftest: %s", m_arg_actions.c_str());
         g_timeout_add(400, on_self_test_cb, this);

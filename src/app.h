@@ -286,10 +286,14 @@ class App : public AppTypes {
     // The size that the open dialogue would like in a window of this size. Only in a frame.
     Size overlay_size(double window_w, double window_h);
     void draw_resize_grip(double right_x, double bottom_y);
+    // What is as high as that and may be higher than the view, in which case it scrolls. The
+    // painter gets its upper edge.
+    void draw_scrolled(const Rect& view, double height,
+                       const std::function<void(double top)>& paint);
     void fill_list_ground(const Rect& list);
     void draw_list_thumb(const Rect& list, int total, int first);
-    // What wheel and keys move: the first row of a list, or how far down the settings are, in
-    // units. A line is what one press of a key moves it by.
+    // What wheel and keys move: the first row of a list, or how far down something is that has no
+    // rows, in units. A line is what one press of a key moves it by.
     int& overlay_scroll();
     [[nodiscard]] int overlay_line() const;
     // One row from the right, the last button rightmost; y is its top, w the panel's width. The
@@ -307,6 +311,32 @@ class App : public AppTypes {
 
     void draw_app_logo(double x, double y, double size);
     double about_disclaimer_height(double width);  // only in a frame
+    void draw_overlay_about(double x, double y, double w, double h);
+    void draw_about(double x, double y, double w, double links_lower);
+    // Lines in the middle of a panel, from its x and w; y is their centre.
+    void draw_centred(const std::string& text, double x, double y, double w, double size,
+                      const std::string& color);
+    // What stands before it says what it is for.
+    void draw_link(const std::string& before, const std::string& text, double x, double y, double w,
+                   double size, Action action);
+    void open_link(Action action);
+
+    // --- Licences (app_licenses.cpp) ----------------------------------------------------------
+
+    void open_licenses();
+    void draw_overlay_licenses(double x, double y, double w, double h);
+    void draw_components(const Rect& list);
+
+    // --- Sandbox notice (app_sandbox.cpp) -----------------------------------------------------
+
+    // By itself, at the start: if there is something to tell and the user wants to hear it.
+    void offer_sandbox_notice();
+    void open_sandbox_notice();
+    void copy_connect_command();
+    void draw_overlay_sandbox(double x, double y, double w, double h);
+    enum class SandboxMark { Granted, Missing, Impossible };
+    void draw_sandbox_row(const char* text_key, SandboxMark mark, double x, double y, double w);
+    void draw_connect_command(double x, double y, double w);
 
     // --- Pack (app_pack.cpp) ------------------------------------------------------------------
 
@@ -502,6 +532,7 @@ class App : public AppTypes {
     }
     [[nodiscard]] std::string failure_line(size_t index) const;
     void draw_overlay_errors(double x, double y, double w, double h);
+    // Room at the list's bottom that is not the rows'.
     void draw_failures(const Rect& list, double left_free);
     // What the user has not saved comes before any question and any message.
     [[nodiscard]] bool conflict_waits() const {
@@ -523,7 +554,6 @@ class App : public AppTypes {
     void show_error(const std::string& text);
     void show_busy();
     void show_nothing();
-    void show_unavailable(Action action);
     void activate_row(int index, bool right);
     void go_up(bool right);
     void start_transfer(bool to_right, bool move);
@@ -866,6 +896,8 @@ class App : public AppTypes {
     bool m_pack_to_other = false;      // by which of the two commands the dialogue was opened
     bool m_pack_target_right = false;  // the side it goes to
     std::string m_archive_path;        // the archive that is looked at
+    std::string m_licenses_folder;     // where the texts of the licences are; empty: not here
+    bool m_sandbox_copied = false;     // the command of the sandbox notice has been copied
     std::vector<HeldMessage> m_held_messages;  // until they throw nothing away
 
     // --- Fields: hex view (app_hex.cpp). Live while one is open; close_hex_view() resets all. ----

@@ -367,6 +367,19 @@ void App::dispatch(Action action) {
         SettingsStore::instance().mutable_get().sandbox_notice_hidden = true;
         SettingsStore::instance().save();
         return close_overlay();
+    case Action::SandboxInfo:
+        return open_sandbox_notice();
+    case Action::SandboxCopyCommand:
+        return copy_connect_command();
+    case Action::About:
+        return open_overlay(Overlay::About, "Ferrodeck");
+    case Action::Licenses:
+        return open_licenses();
+    case Action::AboutWebsite:
+    case Action::AboutContact:
+    case Action::AboutBugMail:
+    case Action::AboutDownloads:
+        return open_link(action);
     case Action::SettingsArchiveFormat:
         return step_archive_format();
     case Action::Properties:
@@ -391,16 +404,6 @@ void App::dispatch(Action action) {
     case Action::FontPick:
     case Action::OwnerApply:
         return;
-    // What stands behind these is not built yet.
-    case Action::About:
-    case Action::Licenses:
-    case Action::SandboxInfo:
-    case Action::SandboxCopyCommand:
-    case Action::AboutWebsite:
-    case Action::AboutContact:
-    case Action::AboutBugMail:
-    case Action::AboutDownloads:
-        return show_unavailable(action);
     }
 }
 
@@ -429,13 +432,6 @@ void App::show_busy() {
 
 void App::show_nothing() {
     show_message(tr("dlg.nothing_title"), tr("dlg.nothing_text"));
-}
-
-void App::show_unavailable(Action action) {
-    Log::warnf("action not available in this build: %s", action_name(action));
-    // Like the log's, these words are for those who build: no text of the catalogue.
-    show_message(tr("dlg.error"),
-                 std::string(action_name(action)) + " is not part of this build yet.");
 }
 
 // --- Rows, transfer, rename -------------------------------------------------------------------

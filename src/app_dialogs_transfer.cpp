@@ -16,6 +16,7 @@ namespace {
 constexpr double kCardH = 74;
 constexpr double kRowStep = 18;
 constexpr double kHalfRow = 9;
+constexpr double kFirstRow = 14;    // its centre, from the box's top
 constexpr double kReasonRoom = 15;  // of the box, from its bottom
 
 constexpr const char* kUnknown = "—";
@@ -140,26 +141,31 @@ void App::draw_overlay_errors(double x, double y, double w, double h) {
     draw_buttons(x, y + h - 46, w, buttons);
 }
 
-// As many rows as fit, the last of which says so when the next one would not.
+// As many rows as fit from the one scrolled to, the last of which says so when there are more.
 void App::draw_failures(const Rect& list, double left_free) {
     if (list.h <= 0)
         return;
+    m_overlay_scrolls = true;
+    const int count = fmt::saturated(static_cast<int64_t>(failure_lines()));
+    const int fit =
+        std::max(1, static_cast<int>((list.h - left_free - (kFirstRow - kHalfRow)) / kRowStep));
+    m_list_scroll = std::clamp(m_list_scroll, 0, std::max(0, count - fit));
     fill_rounded(list.x, list.y, list.w, list.h, 4, m_palette.pane, 1);
     cairo_save(m_cr);
     clip_to(list.x, list.y, list.w, list.h);
-    const double bottom = list.y + list.h - left_free;
-    const size_t count = failure_lines();
-    double row_y = list.y + 14;
-    for (size_t i = 0; i < count; ++i, row_y += kRowStep) {
-        const bool last = i + 1 == count;
-        const double reaches = row_y + kHalfRow + (last ? 0 : kRowStep);
-        if (reaches > bottom) {
+    for (int row = 0; row < fit && m_list_scroll + row < count; ++row) {
+        const int index = m_list_scroll + row;
+        const double row_y = list.y + kFirstRow + kRowStep * row;
+        if (row == fit - 1 && index + 1 < count)
             draw_text(tr("dlg.errors_truncated"), list.x + 12, row_y, 11, m_palette.secondary,
                       false, false, 1);
-            break;
-        }
-        draw_text_clipped(failure_line(i), list.x + 12, row_y, list.w - 24, 11, m_palette.text,
-                          false, false);
+        else
+            draw_text_clipped(failure_line(static_cast<size_t>(index)), list.x + 12, row_y,
+                              list.w - 24, 11, m_palette.text, false, false);
     }
     cairo_restore(m_cr);
+    m_overlay_page = fit;
+    draw_list_thumb(list, count, m_list_scroll);
+    // The next page begins with the row whose place that line has taken.
+    m_overlay_page = std::max(1, fit - 1);
 }

@@ -217,11 +217,13 @@ void App::draw_overlay_inside(double x, double y, double w, double h) {
         return draw_overlay_archive(x, y, w, h);
     case Overlay::HexView:
         return draw_overlay_hex(x, y, w, h);
-    // Nothing opens these yet.
-    case Overlay::None:
     case Overlay::About:
-    case Overlay::Sandbox:
+        return draw_overlay_about(x, y, w, h);
     case Overlay::Licenses:
+        return draw_overlay_licenses(x, y, w, h);
+    case Overlay::Sandbox:
+        return draw_overlay_sandbox(x, y, w, h);
+    case Overlay::None:
         return;
     }
 }
@@ -239,6 +241,23 @@ void App::draw_resize_grip(double right_x, double bottom_y) {
             m_overlay == Overlay::ArchiveView ? 0 : 1);
 }
 
+void App::draw_scrolled(const Rect& view, double height,
+                        const std::function<void(double top)>& paint) {
+    const int hidden = std::max(0, static_cast<int>(std::ceil(height - view.h)));
+    m_overlay_scrolls = hidden > 0;
+    m_overlay_page = std::max(1, static_cast<int>(view.h));
+    m_list_scroll = std::clamp(m_list_scroll, 0, hidden);
+    const size_t first_hit = m_hits.size();
+    cairo_save(m_cr);
+    clip_to(view.x, view.y, view.w, view.h);
+    paint(view.y - m_list_scroll);
+    cairo_restore(m_cr);
+    clip_hits(first_hit, view.x, view.y, view.w, view.h);
+    if (m_overlay_scrolls)
+        draw_list_thumb({view.x, view.y, view.w - 3, view.h}, m_overlay_page + hidden,
+                        m_list_scroll);
+}
+
 // --- Lists ------------------------------------------------------------------------------------
 
 // Darker, and lighter, than anything in the palette, as the ground of what is read line by line.
@@ -251,7 +270,9 @@ int& App::overlay_scroll() {
 }
 
 int App::overlay_line() const {
-    return m_overlay == Overlay::Settings ? 36 : 1;
+    const bool rows = m_overlay != Overlay::Settings && m_overlay != Overlay::About &&
+                      m_overlay != Overlay::Sandbox;
+    return rows ? 1 : 36;
 }
 
 // At the right edge of a list of `total` rows, whose first row in view is `first`.

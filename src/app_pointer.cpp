@@ -445,8 +445,8 @@ void App::handle_scroll(double x, GdkScrollDirection direction, double delta_y, 
         return step == 0 ? void() : request_redraw();
     }
     const bool in_list = m_overlay != Overlay::None && m_overlay_scrolls;
-    const bool in_settings = in_list && m_overlay == Overlay::Settings;
-    const int rows = static_cast<int>((in_settings ? overlay_line() : kWheelRows) * turn);
+    const bool in_units = in_list && overlay_line() > 1;
+    const int rows = static_cast<int>((in_units ? overlay_line() : kWheelRows) * turn);
     const bool sideways = state & GDK_SHIFT_MASK;
     if (in_list && m_overlay == Overlay::LogView && sideways) {
         const int units = static_cast<int>(kWheelUnits * turn);

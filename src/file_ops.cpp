@@ -460,6 +460,16 @@ std::string open_with_default_app(const std::string& path) {
     return tr("err.open_failed");
 }
 
+std::string open_address(const std::string& address) {
+    GError* error = nullptr;
+    if (launch_default_for_uri(address.c_str(), &error))
+        return {};
+    std::string text = error ? error->message : tr("err.open_failed");
+    g_clear_error(&error);
+    Log::warnf("open %s: %s", address.c_str(), text.c_str());
+    return text;
+}
+
 // --- Terminal -----------------------------------------------------------------------------------
 
 namespace {

@@ -62,6 +62,9 @@ struct Properties {
 // Hands the file to the desktop's default program.
 [[nodiscard]] std::string open_with_default_app(const std::string& path);
 
+// The same with an address: of a page, or "mailto:". The error is told in GLib's words.
+[[nodiscard]] std::string open_address(const std::string& address);
+
 // The name of the terminal to open, of the user's choice or else of a known one that is installed;
 // null when there is none. Searched for once; valid for the whole run.
 [[nodiscard]] const char* terminal_program();

@@ -175,6 +175,11 @@ bool removable_media_available() {
     return answer;
 }
 
+const char* snap_connect_command() {
+    return "sudo sh -c 'for i in removable-media system-backup mount-observe; do snap connect "
+           "ferrodeck:$i; done'";
+}
+
 bool in_search_path(const char* program) {
     char* const path = g_find_program_in_path(program);
     g_free(path);

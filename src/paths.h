@@ -42,5 +42,8 @@
 [[nodiscard]] std::string to_scan_path(const std::string& path);
 [[nodiscard]] std::string to_display_path(const std::string& path);
 
+// What connects, in a terminal, the interfaces that a Snap may do without at first.
+const char* snap_connect_command();
+
 // Whether the sandbox lets us write there at all. Always true outside a Snap.
 [[nodiscard]] bool is_writable_location(const std::string& path);

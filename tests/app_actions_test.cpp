@@ -164,21 +164,6 @@ TEST_F(AppActions, all_others_are_always_enabled) {
     EXPECT_EQ(reason, "untouched");
 }
 
-// Nothing may be silently dead: what cannot be done yet says so.
-TEST_F(AppActions, a_command_that_does_not_stand_yet_says_so) {
-    write_file(left() + "/a", "x");
-    start();
-    pane().select_all();
-    for (const Action action : {Action::About}) {
-        app().perform(action, 0);
-        EXPECT_EQ(app().m_overlay, App::Overlay::Message) << action_name(action);
-        EXPECT_EQ(app().m_overlay_text,
-                  std::string(action_name(action)) + " is not part of this build yet.");
-        app().close_overlay();
-    }
-    EXPECT_TRUE(exists(left() + "/a"));
-}
-
 // --- Messages ---------------------------------------------------------------------------------
 
 TEST_F(AppActions, a_message_stores_all_it_is_told) {
