@@ -4,6 +4,7 @@
 
 #include "app.h"
 
+#include "archive_ops.h"
 #include "bookmarks.h"
 #include "i18n.h"
 #include "logger.h"
@@ -49,6 +50,16 @@ std::vector<std::string> split_at_commas(const std::string& text) {
 void pump_events() {
     while (gtk_events_pending())
         gtk_main_iteration_do(FALSE);
+}
+
+void log_listing(const archive_ops::ListStatus& listing) {
+    if (!listing.done || listing.archive.empty())
+        return;
+    if (listing.error.empty())
+        Log::infof("selftest:    archive listed: %zu entries (%zu dirs)", listing.count,
+                   listing.dirs);
+    else
+        Log::warnf("selftest:    archive listing failed: %s", listing.error.c_str());
 }
 
 struct OverlayName {
@@ -164,9 +175,9 @@ bool App::self_test_step(const std::string& name) {
 // are after the work, and failures have had their dialogue.
 void App::selftest_settle() {
     for (int i = 0; i < kSettleRounds; ++i) {
-        if (!busy() && !m_transfer_was_running && !m_bgtask_was_running &&
-            !archive_ops::list_status().running)
-            return;
+        const archive_ops::ListStatus listing = archive_ops::list_status();
+        if (!busy() && !m_transfer_was_running && !m_bgtask_was_running && !listing.running)
+            return log_listing(listing);
         if (m_quitting)
             return;
         pump_events();
