@@ -108,7 +108,8 @@ void App::draw_about(double x, double y, double w, double links_lower) {
     const std::string tagline = tr("about.tagline");
     const double tagline_w = text_width(tagline, 12.5, false, false);
     const double share = std::min(1.0, (w - 40) / std::max(1.0, tagline_w));
-    draw_centred(tagline, x, y + 167, w, std::floor(2 * 12.5 * share) / 2, m_palette.text);
+    draw_centred(tagline, x, y + 167, w, std::floor(2 * 12.5 * (share < 1 ? share - 0.02 : 1)) / 2,
+                 m_palette.text);
     draw_centred(maker::kName, x, y + 187, w, 11, m_palette.secondary);
 
     const double inner_w = w - 56;

@@ -63,7 +63,7 @@ class CrashRoads : public ProgramRoads {
         m_program.start(words);
         ASSERT_TRUE(wait_until(60, [this] {
             for (const std::string& line : m_program.log())
-                if (line.rfind("centred at", 0) == 0)
+                if (line.rfind("language ", 0) == 0)
                     return true;
             return false;
         }));

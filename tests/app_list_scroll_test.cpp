@@ -3,6 +3,7 @@
 #include "app_pane_paint.h"
 
 #include "app_texts.h"
+#include "bookmarks.h"
 #include "i18n.h"
 
 namespace {
@@ -88,11 +89,12 @@ TEST_F(ListScroll, of_licences) {
 }
 
 TEST_F(ListScroll, of_bookmarks) {
-    std::string lines;
-    for (int i = 0; i < 40; ++i)
-        lines += "place" + std::to_string(i) + "\t/tmp/place" + std::to_string(i) + "\n";
-    test_env::write_file(config_file("bookmarks.txt"), lines);
     start();
+    std::vector<bookmarks::Bookmark> marks;
+    for (int i = 0; i < 40; ++i)
+        marks.push_back({"place" + std::to_string(i), "/tmp/place" + std::to_string(i)});
+    bookmarks::load();
+    bookmarks::restore(marks);
     app().perform(Action::BookmarkManage, 0);
     expect_scrolls("/tmp/place0", "/tmp/place39");
 }

@@ -953,6 +953,7 @@ TEST_F(AppPointer, the_wheel_over_a_dialogue_scrolls_its_list) {
     app().open_overlay(App::Overlay::Licenses, "t");
     frame();
     app().m_overlay_scrolls = true;
+    app().m_log_max_scroll = 0;
     const auto turn = [this](GdkScrollDirection direction, double delta) {
         app().handle_scroll(20, direction, delta);
         return app().m_list_scroll;
