@@ -251,10 +251,10 @@ void App::hex_set_byte(int64_t offset, unsigned char value) {
 // tries it twice.
 std::vector<int> App::hex_bytes_in_view(int64_t first, int count) {
     std::vector<int> bytes(static_cast<size_t>(count), -1);
-    const int64_t end = std::min(first + count, m_hex_size);
+    const int64_t end = m_hex_size - first > count ? first + count : m_hex_size;
     for (int64_t at = first; at < end;) {
         const int64_t page = at / kPage * kPage;
-        const int64_t wanted = std::min(page + kPage, end) - at;
+        const int64_t wanted = std::min<int64_t>(kPage - (at - page), end - at);
         unsigned char read[kPage];
         const ssize_t got = m_hex_bad_pages.count(page)
                                 ? 0

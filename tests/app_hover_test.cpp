@@ -73,7 +73,7 @@ class AppHover : public PanePaint {
 TEST_F(AppHover, each_rectangle_is_lit_and_has_its_cursor) {
     bookmarks::restore({{"one", left()}, {"two", right()}});
     files(40);
-    start();
+    start({"--right=/usr"});  // a short path, with an empty part of its bar behind it
     for (int i = 0; i < 7; ++i)
         set_column_enabled(settings(), static_cast<ColumnId>(i), true);
     app().m_result.valid = true;

@@ -768,7 +768,9 @@ int serve(const char* point, int socket, const std::string& subtype) {
     // Each call that stalls holds a thread.
     fuse_loop_cfg_set_max_threads(config, 64);
     fuse_loop_cfg_set_clone_fd(config, 0);
-    return fuse_session_loop_mt(session, config) == 0 ? 0 : 1;
+    const int looped = fuse_session_loop_mt(session, config);
+    // Threads may still be at work on what an ordinary end would destroy.
+    _exit(looped == 0 ? 0 : 1);
 }
 
 }  // namespace
