@@ -20,6 +20,8 @@ packages_of() {
         echo clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14
         # Sessions for windows.
         echo dbus-daemon weston
+        # Those who read what is installed.
+        echo desktop-file-utils appstream libxml2-utils man-db bash-completion python3-yaml
         # Another view of the trash.
         echo gvfs libglib2.0-bin
         # The logo's picture of its drawing.
