@@ -391,6 +391,9 @@ class App : public AppTypes {
     void hex_command(Action action);
     void confirm_hex_save();
     void ask_hex_close();  // in the view: what about the changes?
+    // What asked may now have an answer in its place or by its letter. Pressed twice or held it is
+    // none. letter: the one pressed with Alt, 0: it is a click.
+    bool repeats_hex_question(Action action, char letter);
     [[nodiscard]] bool hex_asks() const { return m_hex_confirm_save || m_hex_confirm_close; }
     void set_hex_status(const std::string& text, bool is_error = false);
     // How the bytes of some rows are shown, -1 for one that cannot be read. Reads no page again
@@ -405,6 +408,7 @@ class App : public AppTypes {
     bool move_hex_cursor(guint key, bool ctrl);  // false: no such key
     void put_hex_cursor(int64_t offset);
     void type_hex(const std::string& text);
+    [[nodiscard]] static std::string typed_hex(const GdkEventKey& event);
     void take_hex_byte_back();
     void click_hex_byte(const HitRect& hit);
 
@@ -918,6 +922,8 @@ class App : public AppTypes {
     bool m_hex_writable = false;
     bool m_hex_confirm_save = false;  // a question stands in place of the tools
     bool m_hex_confirm_close = false;
+    double m_hex_asked_at = 0;    // monotonic seconds
+    char m_hex_asked_by = 0;      // the letter, if it was one with Alt
     std::string m_hex_find;       // UTF-8
     size_t m_hex_find_caret = 0;  // bytes
     bool m_hex_find_focus = false;

@@ -25,6 +25,8 @@ constexpr int64_t kRow = 16;
 constexpr size_t kSlice = 8388608;
 constexpr int64_t kPage = 4096;  // what a disk fails at as a whole
 constexpr size_t kLoggedChanges = 20;
+constexpr double kTwiceSeconds = 0.4;  // between the presses of a double click
+constexpr double kHeldSeconds = 0.8;   // until a key that is held repeats itself
 constexpr char kReplaced[] = "the file was replaced meanwhile";
 constexpr char kCutShort[] = "the file was cut short meanwhile";
 
@@ -146,6 +148,8 @@ void App::close_hex_view() {
     m_hex_edits.clear();
     m_hex_in_ascii = m_hex_low_nibble = m_hex_writable = false;
     m_hex_confirm_save = m_hex_confirm_close = false;
+    m_hex_asked_at = 0;
+    m_hex_asked_by = 0;
     m_hex_find.clear();
     m_hex_find_caret = 0;
     m_hex_find_focus = m_hex_find_as_hex = false;
@@ -188,6 +192,8 @@ void App::hex_command(Action action) {
         if (!m_hex_edits.empty()) {
             m_hex_confirm_save = true;
             m_hex_confirm_close = false;
+            m_hex_asked_at = now_seconds();
+            m_hex_asked_by = 0;
         }
         return;
     case Action::HexSaveConfirm:
@@ -223,6 +229,20 @@ void App::confirm_hex_save() {
 void App::ask_hex_close() {
     m_hex_confirm_save = false;
     m_hex_confirm_close = true;
+    m_hex_asked_at = now_seconds();
+    m_hex_asked_by = 0;
+}
+
+bool App::repeats_hex_question(Action action, char letter) {
+    if (!hex_asks() || (action != Action::HexSaveConfirm && action != Action::HexCloseAnyway))
+        return false;
+    const double now = now_seconds();
+    if (!letter)
+        return now < m_hex_asked_at + kTwiceSeconds;
+    if (letter != m_hex_asked_by || now >= m_hex_asked_at + kHeldSeconds)
+        return false;
+    m_hex_asked_at = now;
+    return true;
 }
 
 // --- Bytes ------------------------------------------------------------------------------------
@@ -409,7 +429,7 @@ bool App::handle_hex_key(GdkEventKey* event) {
     } else if (key == GDK_KEY_BackSpace) {
         take_hex_byte_back();
     } else if (!move_hex_cursor(key, ctrl)) {
-        type_hex(typed_text(*event));
+        type_hex(m_hex_in_ascii ? typed_text(*event) : typed_hex(*event));
     }
     return true;
 }
@@ -478,6 +498,19 @@ void App::put_hex_cursor(int64_t offset) {
     hex_scroll_to_cursor();
 }
 
+// A key of another alphabet can mean nothing but the digit that it types in the Latin one.
+std::string App::typed_hex(const GdkEventKey& event) {
+    const std::string text = typed_text(event);
+    if (text.size() <= 1)
+        return text;
+    GdkEventKey latin = event;
+    latin.state =
+        (event.state & ~guint{GDK_SHIFT_MASK}) | GDK_CONTROL_MASK;  // which ask for the command
+    latin.keyval = latin_key(latin);
+    latin.state = 0;
+    return typed_text(latin);
+}
+
 void App::type_hex(const std::string& text) {
     const char typed = text.size() == 1 ? text[0] : '\0';
     const int digit = hex_digit(typed);
@@ -514,7 +547,8 @@ void App::take_hex_byte_back() {
 
 void App::click_hex_byte(const HitRect& hit) {
     const int64_t last = std::max<int64_t>(m_hex_size - 1, 0);
-    m_hex_cursor = std::min(m_hex_line * kRow + hit.param, last);
+    // The wheel may have turned beyond the end since the last frame.
+    m_hex_cursor = std::min(std::min(m_hex_line, m_hex_max_line) * kRow + hit.param, last);
     m_hex_in_ascii = hit.right;
     m_hex_low_nibble = m_hex_find_focus = false;
 }

@@ -252,8 +252,13 @@ bool App::perform_accelerator(const GdkEventKey& event) {
     if (found == m_overlay_accels.end())
         return false;
     const Action action = found->second;  // performing it rebuilds the map
+    if (repeats_hex_question(action, letter))
+        return true;
+    const bool asked = hex_asks();
     Log::infof("dialog accel: Alt+%c → %s", letter, action_name(action));
     perform(action, 0);
+    if (!asked && hex_asks())
+        m_hex_asked_by = letter;
     return true;
 }
 

@@ -204,7 +204,9 @@ void App::click_hit(const HitRect& hit, double x, double y, int button, guint st
         m_hex_find_caret = m_hex_find.size();
         return;
     case Hit::Overlay:
-        return perform(static_cast<Action>(hit.param), 0);
+        if (!repeats_hex_question(static_cast<Action>(hit.param), 0))
+            perform(static_cast<Action>(hit.param), 0);
+        return;
     case Hit::ListItem:
         if (m_overlay == Overlay::Bookmarks)
             click_bookmark(hit.param);

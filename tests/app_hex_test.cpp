@@ -4,6 +4,7 @@
 
 #include "as_user.h"
 #include "faultfs.h"
+#include "fresh_process.h"
 #include "log_lines.h"
 #include "sanitized.h"
 
@@ -96,6 +97,8 @@ TEST_F(AppHex, closing_forgets_everything) {
         app().m_hex_edits[5] = 1;
         app().m_hex_cursor = 7;
         app().m_hex_confirm_save = app().m_hex_confirm_close = true;
+        app().m_hex_asked_at = 1;
+        app().m_hex_asked_by = 'S';
         app().m_hex_find = "abc";
         app().m_hex_find_caret = 2;
         app().m_hex_find_focus = app().m_hex_find_as_hex = app().m_hex_searching = true;
@@ -126,6 +129,8 @@ TEST_F(AppHex, closing_forgets_everything) {
         EXPECT_TRUE(app().m_hex_edits.empty());
         EXPECT_EQ(app().m_hex_cursor, 0);
         EXPECT_FALSE(app().m_hex_confirm_save || app().m_hex_confirm_close);
+        EXPECT_EQ(app().m_hex_asked_at, 0);
+        EXPECT_EQ(app().m_hex_asked_by, 0);
         EXPECT_EQ(app().m_hex_find, "");
         EXPECT_EQ(app().m_hex_find_caret, 0U);
         EXPECT_FALSE(app().m_hex_find_focus || app().m_hex_find_as_hex || app().m_hex_searching);
@@ -237,6 +242,56 @@ TEST_F(AppHex, rows_are_read_as_single_bytes_are) {
         ASSERT_EQ(view.size(), 9000U);
         for (int i = 0; i < 9000; ++i)
             ASSERT_EQ(view[static_cast<size_t>(i)], shown(first + i)) << first << " " << i;
+    }
+}
+
+// No offset is larger, and none past the end can be told.
+TEST_F(AppHex, the_longest_file_is_read_to_its_end) {
+    REQUIRE_FRESH_PROCESS();
+    REQUIRE_PRIVATE_MOUNTS();
+    test_env::make_dirs(in_dir("large"));
+    ASSERT_TRUE(test_env::mount_tmpfs(in_dir("large"), "size=1m"));
+    constexpr int64_t kEnd = INT64_MAX;
+    const std::string path = in_dir("large/file");
+    const std::string tail = pattern(3000);
+    write_file(path, "");
+    ASSERT_EQ(truncate(path.c_str(), kEnd), 0);
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(pwrite(fd, tail.data(), tail.size(), kEnd - 3000), 3000);
+    ::close(fd);
+    open_there(path, 30);
+    const int64_t last_row = kEnd / 16 * 16;
+    for (const int64_t first : {last_row - 16 * 180, last_row - 16 * 29, last_row}) {
+        const std::vector<int> view = app().hex_bytes_in_view(first, 480);
+        for (int i = 0; i < 480; ++i)
+            ASSERT_EQ(view[static_cast<size_t>(i)], i <= kEnd - 1 - first ? shown(first + i) : -1)
+                << kEnd - first << " " << i;
+    }
+    key(GDK_KEY_End, GDK_CONTROL_MASK);
+    EXPECT_EQ(app().m_hex_cursor, kEnd - 1);
+    for (const guint each :
+         {guint{GDK_KEY_Right}, guint{GDK_KEY_Down}, guint{GDK_KEY_Page_Down}, guint{GDK_KEY_End}})
+        key(each);
+    EXPECT_EQ(app().m_hex_cursor, kEnd - 1);
+    type("fe");
+    search("fe", true, kEnd - 100);
+    EXPECT_EQ(shown(app().m_hex_cursor), 0xfe);
+    EXPECT_EQ(app().hex_save(), "");
+    EXPECT_EQ(shown(kEnd - 1), 0xfe);
+    EXPECT_EQ(lstat_of(path).st_size, kEnd);
+    app().close_hex_view();
+}
+
+// The wheel may have turned beyond the end since the last frame, which will not go as far.
+TEST_F(AppHex, a_click_is_on_a_row_that_is_there) {
+    open(pattern(16 * 100 + 5), 10);
+    for (const int64_t line : {int64_t{91}, int64_t{93}, int64_t{1000}, INT64_MAX / 16 + 5}) {
+        app().m_hex_line = line;
+        App::HitRect hit = {};
+        hit.what = App::Hit::HexByte;
+        hit.param = 16 * 2 + 3;
+        app().click_hex_byte(hit);
+        EXPECT_EQ(app().m_hex_cursor, 16 * 93 + 3) << line;
     }
 }
 

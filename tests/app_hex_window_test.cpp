@@ -54,6 +54,11 @@ class AppHexWindow : public PanePaint {
         frame(width, height);
     }
     App::HitRect button(Action action) { return hit(Hit::Overlay, static_cast<int>(action)); }
+    // Some time after the question has come.
+    void answer(Action action) {
+        app().m_hex_asked_at -= 1;
+        click(button(action));
+    }
     bool offers(Action action) {
         for (const App::HitRect& rect : app().m_hits)
             if (rect.in_overlay && rect.what == Hit::Overlay &&
@@ -336,13 +341,13 @@ TEST_F(AppHexWindow, questions_take_the_place_of_the_tools) {
     EXPECT_TRUE(painted_text("Unsaved changes  ·  2 changed"));
     for (const char* label : {"Discard", "Save", "Cancel"})
         EXPECT_TRUE(painted_text(label)) << label;
-    click(button(Action::HexCloseAnyway));
+    answer(Action::HexCloseAnyway);
     EXPECT_EQ(app().m_overlay, Overlay::None);
     EXPECT_EQ(read_file(file()), pattern(100));
     view_there();
     type("ffff");
     click(button(Action::HexSave));
-    click(button(Action::HexSaveConfirm));
+    answer(Action::HexSaveConfirm);
     EXPECT_EQ(read_file(file()).substr(0, 2), "\xff\xff");
     paint();
     EXPECT_TRUE(painted_text("Saved"));
@@ -371,6 +376,67 @@ TEST_F(AppHexWindow, letters_with_alt_take_the_buttons) {
     EXPECT_EQ(logged_with("dialog accel: Alt+"), 4);
     press(Action::HexCloseAnyway);
     EXPECT_EQ(app().m_overlay, Overlay::None);
+}
+
+// What asks stands where the answers will be, and may have the letter of one. Nobody who presses it
+// twice, or holds it, means the answer.
+TEST_F(AppHexWindow, a_question_is_not_answered_by_what_asked_it) {
+    const std::string content = pattern(100);
+    view(content);
+    type("ffff");
+    const auto expect_kept = [&](const std::string& what) {
+        EXPECT_EQ(app().m_overlay, Overlay::HexView) << what;
+        EXPECT_EQ(app().m_hex_edits.size(), 2U) << what;
+        EXPECT_EQ(read_file(file()), content) << what;
+        app().perform(Action::HexSaveCancel, 0);
+    };
+    for (const char* language : {"en", "de", "ru"}) {
+        I18n::instance().set_language(language);
+        for (const int scale : {100, 200})
+            for (const Action asking : {Action::HexSave, Action::OverlayCancel}) {
+                settings().font_scale = scale;
+                const std::string what = language + std::to_string(scale) + action_name(asking);
+                for (const double share : {0.02, 0.5, 0.98}) {
+                    paint(1000, 700);
+                    const App::HitRect rect = button(asking);
+                    for (int i = 0; i < 2; ++i) {
+                        click(rect.x + share * rect.w, rect.y + 3);
+                        paint(1000, 700);
+                    }
+                    expect_kept(what);
+                    if (HasFailure())
+                        return;
+                }
+                paint(1000, 700);
+                char letter = 0;
+                for (const auto& [each, action] : app().m_overlay_accels)
+                    if (action == asking)
+                        letter = each;
+                for (int i = 0; i < 20; ++i) {
+                    key(static_cast<guint>(std::tolower(letter)), GDK_MOD1_MASK);
+                    paint(1000, 700);
+                }
+                expect_kept(what + letter);
+            }
+    }
+    I18n::instance().set_language("en");
+    // Another letter is an answer at once, and the same one after a while.
+    settings().font_scale = 100;
+    for (const bool same : {false, true}) {
+        app().m_hex_edits = {{0, 'x'}};
+        app().perform(Action::HexSave, 0);
+        paint();
+        app().m_hex_asked_by = same ? 'O' : 'S';
+        key('o', GDK_MOD1_MASK);
+        EXPECT_EQ(app().m_hex_edits.size(), same ? 1U : 0U);
+        app().m_hex_asked_at -= 1;
+        key('o', GDK_MOD1_MASK);
+        EXPECT_EQ(app().m_hex_edits.size(), 0U);
+    }
+    app().hex_set_byte(1, 'y');
+    app().perform(Action::HexSave, 0);
+    key(GDK_KEY_Return);
+    EXPECT_TRUE(app().m_hex_edits.empty()) << "Enter asks nothing, so it is always an answer";
 }
 
 TEST_F(AppHexWindow, every_look_keeps_everything_apart) {
@@ -643,14 +709,14 @@ TEST_F(AppHexWindow, what_cannot_be_saved_is_told_and_kept) {
     type("4142");
     fs.set(faultfs::fail("write", EIO, 2));
     click(button(Action::HexSave));
-    click(button(Action::HexSaveConfirm));
+    answer(Action::HexSaveConfirm);
     paint();
     EXPECT_TRUE(painted_text("Input/output error"));
     EXPECT_TRUE(painted_text("2 changed"));
     EXPECT_TRUE(offers(Action::HexSave));
     fs.clear();
     click(button(Action::HexSave));
-    click(button(Action::HexSaveConfirm));
+    answer(Action::HexSaveConfirm);
     paint();
     EXPECT_TRUE(painted_text("Saved"));
     EXPECT_EQ(read_file(fs.backing() + "/file"), "ABc");

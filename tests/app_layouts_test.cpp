@@ -136,6 +136,34 @@ TEST_F(AppLayouts, control_and_a_letter_work_in_every_alphabet) {
     }
 }
 
+// Beside the digits no other key means a byte, whatever it types.
+TEST_F(AppLayouts, bytes_are_typed_in_every_alphabet) {
+    write_file(left() + "/a", std::string(20, '.'));
+    start();
+    for (const Keyboard& keyboard : kKeyboards) {
+        use_layouts(keyboard.layouts, keyboard.first_key);
+        put_cursor_on("a");
+        app().perform(Action::ViewHex, 0);
+        ASSERT_EQ(app().m_overlay, App::Overlay::HexView);
+        for (const char digit : {'b', '0', 'e', '9', 'g', 'a', 'f'}) {
+            const guint keyval = gdk_unicode_to_keyval(static_cast<guint32>(digit));
+            // A key that types the same in several layouts may be listed with the first alone.
+            const guint16 listed = keycode(keyval, keyboard.latin);
+            press(listed ? listed : keycode(keyval, 0), keyboard.other,
+                  digit == 'e' ? guint{GDK_SHIFT_MASK} : 0U);
+        }
+        EXPECT_EQ(app().m_hex_edits,
+                  (std::map<int64_t, unsigned char>{{0, 0xb0}, {1, 0xe9}, {2, 0xaf}}))
+            << keyboard.layouts;
+        // In the other column a key is what it types, of which only ASCII is one byte.
+        press(keycode(GDK_KEY_a, keyboard.latin), keyboard.other, GDK_MOD1_MASK);
+        app().m_hex_in_ascii = true;
+        press(keycode(GDK_KEY_a, keyboard.latin), keyboard.other, 0);
+        EXPECT_EQ(app().m_hex_edits.size(), 3U) << keyboard.layouts;
+        app().perform(Action::HexCloseAnyway, 0);
+    }
+}
+
 TEST_F(AppLayouts, the_fields_copy_and_paste_in_every_alphabet) {
     write_file(left() + "/a", "x");
     start();
