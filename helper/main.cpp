@@ -64,7 +64,9 @@ void on_stop(int) {
 void watch_signals() {
     struct sigaction stop = {};
     stop.sa_handler = on_stop;
-    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+    // All that would end it otherwise: the caller's clocks and limits go on through pkexec.
+    for (const int number :
+         {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGALRM, SIGVTALRM, SIGPROF, SIGXCPU, SIGUSR1, SIGUSR2})
         sigaction(number, &stop, nullptr);
     // Errors of a write each, which is then given up in order.
     for (const int number : {SIGPIPE, SIGXFSZ})

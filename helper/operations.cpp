@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -31,6 +32,7 @@ constexpr mode_t kPermissions = 0777;
 constexpr mode_t kModeBits = 07777;
 constexpr mode_t kOwnersRights = S_ISUID | S_ISGID;  // to act as the owner, or the group
 constexpr mode_t kParentMode = 0755;
+constexpr char kTakenAway[] = "somebody has taken the new file away";
 constexpr char kSeveralNames[] = "the file is root's and has several names";
 
 bool same_entry(const struct stat& a, const struct stat& b) {
@@ -54,24 +56,22 @@ class Temporary {
 
     std::string make_file() {
         return make([this](const char* name) {
-            m_file = Fd(openat(m_place.folder.get(), name,
-                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-            return m_file.good() && fstat(m_file.get(), &m_made) == 0;
+            m_entry = Fd(openat(m_place.folder.get(), name,
+                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+            return m_entry.good() && fstat(m_entry.get(), &m_made) == 0;
         });
     }
     std::string make_link(const char* text) {
-        return make([this, text](const char* name) {
-            return symlinkat(text, m_place.folder.get(), name) == 0 &&
-                   fstatat(m_place.folder.get(), name, &m_made, AT_SYMLINK_NOFOLLOW) == 0;
+        std::string error = make([this, text](const char* name) {
+            return symlinkat(text, m_place.folder.get(), name) == 0;
         });
+        return error.empty() ? hold_link(text) : error;
     }
 
-    const Fd& file() const { return m_file; }
+    const Fd& file() const { return m_entry; }
 
-    // An owner for the link, which only its name leads to.
     std::string give_link(uid_t uid, gid_t gid) const {
-        if (!is_still_there() ||
-            fchownat(m_place.folder.get(), m_name.c_str(), uid, gid, AT_SYMLINK_NOFOLLOW) != 0)
+        if (fchownat(m_entry.get(), "", uid, gid, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0)
             return error_text("the owner cannot be set", errno);
         return {};
     }
@@ -79,7 +79,7 @@ class Temporary {
     // In a folder of the caller's the name may have been given to something else.
     std::string take_place() {
         if (!is_still_there())
-            return "somebody has taken the new file away";
+            return kTakenAway;
         if (renameat(m_place.folder.get(), m_name.c_str(), m_place.folder.get(),
                      m_place.name.c_str()) != 0)
             return error_text("the target cannot be replaced", errno);
@@ -87,11 +87,30 @@ class Temporary {
         struct stat now = {};
         if (fstatat(m_place.folder.get(), m_place.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ||
             !same_entry(now, m_made))
-            return "somebody has taken the new file away";
+            return kTakenAway;
         return {};
     }
 
   private:
+    // No call makes a link and opens it. What is under its name now must be just like it: in a
+    // folder of the caller's it may be something else of root's, which would be given away.
+    std::string hold_link(std::string_view text) {
+        m_entry = Fd(openat(m_place.folder.get(), m_name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        if (!m_entry.good()) {
+            const int code = errno;
+            unlinkat(m_place.folder.get(), m_name.c_str(), 0);
+            return error_text("the new link cannot be opened", code);
+        }
+        struct stat st = {};
+        char now[PATH_MAX] = "";
+        const ssize_t length = readlinkat(m_entry.get(), "", now, sizeof now);
+        if (fstat(m_entry.get(), &st) != 0 || !S_ISLNK(st.st_mode) || st.st_nlink > 1 ||
+            length < 0 || std::string_view(now, static_cast<size_t>(length)) != text)
+            return kTakenAway;
+        m_made = st;
+        return {};
+    }
+
     template <class Make>
     std::string make(const Make& try_name) {
         for (int attempt = 0; attempt < 100; ++attempt) {
@@ -124,7 +143,7 @@ class Temporary {
 
     const Place& m_place;
     std::string m_name;  // empty: nothing to take away
-    Fd m_file;
+    Fd m_entry;  // of a link O_PATH; open to the end, so that no other entry gets its number
     struct stat m_made = {};
 };
 
@@ -170,6 +189,12 @@ std::string copy_bytes(int from, int to) {
                                     : error_text("the target cannot be written", errno);
 }
 
+// What only a close brings to light, while the descriptor stays open.
+bool close_is_good(int fd) {
+    const int second = fcntl(fd, F_DUPFD_CLOEXEC, 3);
+    return second >= 0 && close(second) == 0;
+}
+
 // Whether the bits that lend an owner's rights mean anything where the file is. On a file system
 // that somebody has plugged in they do not, and a copy must not bring them into force.
 bool grants_rights(int fd) {
@@ -197,6 +222,8 @@ std::string finish_file(int fd, const struct stat& source, bool source_grants,
         return error_text("the mode cannot be set", errno);
     if (futimens(fd, times) != 0)
         return error_text("the times cannot be set", errno);
+    if (!close_is_good(fd))
+        return error_text("the target cannot be written", errno);
     return {};
 }
 

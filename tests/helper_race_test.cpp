@@ -9,15 +9,19 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -208,6 +212,99 @@ TEST(HelperRace, somebody_who_exchanges_what_is_named_gets_nothing) {
 TEST(NightlyHelperRace, not_in_a_hundred_thousand_rounds) {
     REQUIRE_GROUND_OF_ITS_OWN();
     run_race(100'000);
+}
+
+// --- The worst moment -------------------------------------------------------------------------
+
+// The helper on one line, halted before each system call that it makes once it has its input.
+// before(n) is called at the n-th of them, from 1. Returns how many there were; -1: it did not end
+// as it should.
+int run_halted(const std::string& batch_file, const std::function<void(int)>& before) {
+    const std::string program = test_env::helper_program();
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(open(batch_file.c_str(), O_RDONLY), STDIN_FILENO);
+        dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+        setenv("PKEXEC_UID", std::to_string(as_user::kUid).c_str(), 1);
+        setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // which cannot look while it is traced
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        execl(program.c_str(), program.c_str(), "--batch", nullptr);
+        _exit(1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    const long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
+    ptrace(PTRACE_SETOPTIONS, child, nullptr, options);
+    bool has_input = false;
+    bool reads = false;
+    int count = 0;
+    while (WIFSTOPPED(status)) {
+        const int number = WSTOPSIG(status);
+        __ptrace_syscall_info info = {};
+        if (number == (SIGTRAP | 0x80))
+            ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info);
+        if (info.op == PTRACE_SYSCALL_INFO_ENTRY && has_input)
+            before(++count);
+        if (info.op == PTRACE_SYSCALL_INFO_ENTRY)
+            reads = info.entry.nr == SYS_read && info.entry.args[0] == STDIN_FILENO;
+        if (info.op == PTRACE_SYSCALL_INFO_EXIT && reads && info.exit.rval == 0)
+            has_input = true;
+        const long deliver = number == SIGTRAP || number == (SIGTRAP | 0x80) ? 0 : number;
+        ptrace(PTRACE_SYSCALL, child, nullptr, deliver);
+        waitpid(child, &status, 0);
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? count : -1;
+}
+
+std::string temporary_in(const std::string& folder) {
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (entry.path().filename().string().rfind(".ferrodeck-", 0) == 0)
+            return entry.path();
+    return {};
+}
+
+// In his own folder the caller may exchange what the helper has just made for something of root's
+// that lies there too. Whenever he does, that stays root's.
+TEST(HelperWorstMoment, what_is_exchanged_for_the_new_entry_stays_roots) {
+    REQUIRE_GROUND_OF_ITS_OWN();
+    fs::create_symlink("away", "/mnt/link");
+    write_file("/mnt/file", "x");
+    for (const std::string line :
+         {"COPY\t/mnt/link\t/mnt/home/new\n", "COPY\t/mnt/file\t/mnt/home/new\n",
+          "MKDIR\t/mnt/home/new\t2755\n"}) {
+        write_file("/mnt/batch", line);
+        int exchanged = 0;
+        int calls = 1;
+        for (int moment = 1; moment <= calls; ++moment) {
+            fs::create_directory("/mnt/home");
+            write_file("/mnt/home/roots", kSecret, 0600);
+            ASSERT_EQ(chown("/mnt/home", as_user::kUid, as_user::kUid), 0);
+            const ino_t roots = test_env::lstat_of("/mnt/home/roots").st_ino;
+            calls = run_halted("/mnt/batch", [&](int now) {
+                const std::string made =
+                    line[0] == 'M' ? "/mnt/home/new" : temporary_in("/mnt/home");
+                if (now == moment && !made.empty() &&
+                    renameat2(AT_FDCWD, made.c_str(), AT_FDCWD, "/mnt/home/roots",
+                              RENAME_EXCHANGE) == 0)
+                    ++exchanged;
+            });
+            if (calls == 0)
+                GTEST_SKIP() << "nothing may be traced here";
+            ASSERT_GT(calls, 0);
+            int found = 0;
+            for (const auto& entry : fs::directory_iterator("/mnt/home")) {
+                const struct stat st = test_env::lstat_of(entry.path());
+                if (st.st_ino != roots)
+                    continue;
+                ++found;
+                EXPECT_EQ(st.st_uid, 0U) << line << moment;
+                EXPECT_EQ(st.st_mode & 07777, 0600U) << line << moment;
+            }
+            EXPECT_EQ(found, 1) << line << moment;
+            fs::remove_all("/mnt/home");
+        }
+        EXPECT_GE(exchanged, 2) << line;
+    }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include "as_user.h"
 #include "batch.h"
+#include "faultfs.h"
 #include "fresh_process.h"
 #include "run_helper.h"
 #include "sanitized.h"
@@ -499,8 +500,23 @@ TEST_F(HelperAsRoot, nothing_half_written_stays_when_the_target_is_full) {
     EXPECT_EQ(read_file(at("small/b")), "old");
 }
 
+// A network's file system may say only then that it has no room.
+TEST_F(Helper, what_the_file_system_says_at_the_close_is_heard) {
+    faultfs::FaultFs mount;
+    REQUIRE_MOUNT(mount);
+    write_file(at("a"), "new");
+    write_file(mount.backing() + "/b", "old");
+    mount.set(faultfs::fail("flush", ENOSPC));
+    EXPECT_EQ(ask({"COPY", at("a"), mount / "b"}),
+              "ERR the target cannot be written: No space left on device");
+    EXPECT_EQ(entries_of(mount.backing()), "b");
+    EXPECT_EQ(read_file(mount.backing() + "/b"), "old");
+}
+
 TEST_F(Helper, nothing_half_written_stays_when_it_is_told_to_stop) {
-    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+    // Some come of a clock that was set before pkexec was started, and some of the terminal.
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGALRM, SIGVTALRM, SIGPROF, SIGXCPU,
+                             SIGUSR1, SIGUSR2}) {
         write_file(at("a"), "");
         ASSERT_EQ(truncate(at("a").c_str(), off_t{1} << 40), 0);
         fs::create_directory(at("to"));
