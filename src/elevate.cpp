@@ -35,9 +35,12 @@ bool is_file(const std::string& path) {
     return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
+// And nobody else may write there. A link and what it leads to both.
 bool belongs_to_root(const std::string& path) {
+    struct stat link = {};
     struct stat st = {};
-    return stat(path.c_str(), &st) == 0 && st.st_uid == 0;
+    return lstat(path.c_str(), &link) == 0 && link.st_uid == 0 && stat(path.c_str(), &st) == 0 &&
+           st.st_uid == 0 && (st.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 // A program that the user has unpacked somewhere must not bring along what root is to run.
@@ -203,7 +206,8 @@ bool Child::start(const std::string& helper, std::string& error) {
     std::string words[] = {"pkexec", helper, "--batch"};
     char* argv[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
     GError* failure = nullptr;
-    const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD);
+    const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD |
+                                                G_SPAWN_CLOEXEC_PIPES);
     const bool started =
         g_spawn_async_with_pipes(nullptr, argv, nullptr, flags, nullptr, nullptr, &m_pid, &m_in.fd,
                                  &m_out.fd, &m_err.fd, &failure) != FALSE;

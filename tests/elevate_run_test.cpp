@@ -303,6 +303,23 @@ TEST_F(ElevateRun, one_that_never_reads_stops_neither_the_main_loop_nor_the_prog
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
 }
 
+gboolean on_another_child_cb(gpointer) {
+    EXPECT_EQ(std::system("sleep 60 >/dev/null 2>&1 & echo $! >\"$ANOTHER\""), 0);
+    return FALSE;
+}
+
+// It would wait for the end of its input as long as somebody else could still write to it.
+TEST_F(ElevateRun, another_child_started_meanwhile_gets_nothing_of_its_streams) {
+    REQUIRE_INSTALLED_HELPER();
+    setenv("ANOTHER", (m_dir / "another").c_str(), 1);
+    pkexec("while ! [ -s DIR/another ]; do sleep 0.01; done; timeout 10 cat >/dev/null && "
+           "printf 'OK\\t1\\n'");
+    g_idle_add_full(G_PRIORITY_HIGH, on_another_child_cb, nullptr, nullptr);
+    std::vector<Job> jobs(500, {Job::Kind::Remove, "", "/" + std::string(4000, 'x')});
+    EXPECT_TRUE(elevate::run(jobs)[0].ok);
+    kill(std::atoi(read_file(m_dir / "another").c_str()), SIGKILL);
+}
+
 TEST_F(ElevateRun, waits_for_the_end_and_not_for_the_output_alone) {
     REQUIRE_INSTALLED_HELPER();
     pkexec("cat >/dev/null; exec >&- 2>&-; sleep 0.1; exit 126");

@@ -136,6 +136,20 @@ TEST_F(Elevate, a_helper_beside_the_program_comes_first) {
     ASSERT_EQ(chown((folder + "/ferrodeck-helper").c_str(), 0, 0), 0);
     ASSERT_EQ(chown(folder.c_str(), 65534, 65534), 0);
     EXPECT_EQ(ask(packed), "0 |  | /usr/libexec/ferrodeck/ferrodeck-helper");
+    // Nor may anybody else put another one in its place.
+    ASSERT_EQ(chown(folder.c_str(), 0, 0), 0);
+    for (const std::string& open : {folder, folder + "/ferrodeck-helper"})
+        for (const unsigned mode : {01757U, 0775U}) {
+            EXPECT_EQ(ask(packed), "0 |  | " + folder + "/ferrodeck-helper");
+            std::filesystem::permissions(open, std::filesystem::perms{mode});
+            EXPECT_EQ(ask(packed), "0 |  | /usr/libexec/ferrodeck/ferrodeck-helper");
+            std::filesystem::permissions(open, std::filesystem::perms{0755});
+        }
+    std::filesystem::remove(folder + "/ferrodeck-helper");
+    std::filesystem::create_symlink("/usr/libexec/ferrodeck/ferrodeck-helper",
+                                    folder + "/ferrodeck-helper");
+    ASSERT_EQ(lchown((folder + "/ferrodeck-helper").c_str(), 65534, 65534), 0);
+    EXPECT_EQ(ask(packed), "0 |  | /usr/libexec/ferrodeck/ferrodeck-helper");
 }
 
 }  // namespace
