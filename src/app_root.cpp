@@ -32,6 +32,8 @@ namespace {
 constexpr guint kPollMs = 250;
 constexpr int kPollsAtMost = 960;
 constexpr size_t kOutputAtMost = 2000;  // bytes, of what a message can show
+constexpr int kLinesAtOnce = 100;       // of one that never stops, before the window's turn
+constexpr int kReadsAtEnd = 40;         // what a pipe holds of lines of usual length
 constexpr size_t kCommandName = 15;     // bytes of a program's name that the kernel keeps
 constexpr int kDeclined = 126;          // as pkexec ends when its question was dismissed,
 constexpr int kNotAuthorized = 127;     // and when it could not be asked
@@ -259,12 +261,14 @@ void App::RootRestart::listen(int which, int fd, GIOFunc callback) {
     g_io_channel_set_flags(channel, G_IO_FLAG_NONBLOCK, nullptr);
     g_io_channel_set_close_on_unref(channel, TRUE);
     channels[which] = channel;
-    watches[which] = g_io_add_watch(
-        channel, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR), callback, this);
+    // Behind the painting, which one that never stops would keep from its turn.
+    watches[which] = g_io_add_watch_full(channel, G_PRIORITY_DEFAULT_IDLE,
+                                         static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR),
+                                         callback, this, nullptr);
 }
 
 bool App::RootRestart::read_lines(int which) {
-    for (;;) {
+    for (int i = 0; i < kLinesAtOnce; ++i) {
         char* text = nullptr;
         gsize end = 0;
         const GIOStatus status =
@@ -279,6 +283,7 @@ bool App::RootRestart::read_lines(int which) {
         if (output.size() < kOutputAtMost)
             output += su::truncate_utf8(line, kOutputAtMost) + "\n";
     }
+    return true;
 }
 
 void App::RootRestart::close_stream(int which) {
@@ -359,7 +364,8 @@ void App::restart_as_root() {
     int out = -1;
     int err = -1;
     GError* error = nullptr;
-    const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD);
+    const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD |
+                                                G_SPAWN_CLOEXEC_PIPES);
     if (!g_spawn_async_with_pipes(nullptr, argv.data(), nullptr, flags, nullptr, nullptr,
                                   &start->child, nullptr, &out, &err, &error)) {
         Log::errorf("restart as root: %s", error ? error->message : "spawn failed");
@@ -394,8 +400,9 @@ void App::forget_root_start() {
 void App::end_root_start(int status) {
     const RootRestartRef start = m_root_restart;
     for (const int which : {0, 1})
-        if (start->channels[which])
-            (void)start->read_lines(which);
+        for (int i = 0; i < kReadsAtEnd && start->channels[which]; ++i)
+            if (!start->read_lines(which))
+                break;
     forget_root_start();
     const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     Log::warnf("restart as root: child exited early with %d", code);

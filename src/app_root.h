@@ -23,7 +23,7 @@ struct App::RootRestart {
     guint watches[2] = {0, 0};
 
     void listen(int which, int fd, GIOFunc callback);
-    // Takes the lines that are there. False: the stream is at its end.
+    // Takes the lines that are there, or some of many. False: the stream is at its end.
     bool read_lines(int which);
     void close_stream(int which);
 };

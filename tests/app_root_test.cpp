@@ -863,6 +863,29 @@ TEST_F(AppRestart, a_child_that_ends_early_says_why) {
     }));
 }
 
+TEST_F(AppRestart, a_child_that_never_stops_talking_leaves_the_window_alive) {
+    REQUIRE_ROOT_TO_GIVE_UP();
+    with_cookie();
+    pkexec("exec timeout 3 yes");
+    EXPECT_TRUE(user_alone([this] {
+        start();
+        restart();
+        while (app().m_root_restart && app().m_root_restart->output.empty())
+            g_main_context_iteration(nullptr, TRUE);
+        // As often as a window is painted again and again.
+        int turns = 0;
+        const auto paint = [](gpointer data) -> gboolean {
+            return ++*static_cast<int*>(data) < 10;
+        };
+        g_idle_add_full(GDK_PRIORITY_REDRAW, paint, &turns, nullptr);
+        while (turns < 10 && app().m_root_restart)
+            g_main_context_iteration(nullptr, TRUE);
+        EXPECT_EQ(turns, 10);
+        EXPECT_TRUE(app().m_root_restart);  // it still talks
+        app().forget_root_start();
+    }));
+}
+
 TEST_F(AppRestart, a_pkexec_that_cannot_be_started_is_told) {
     REQUIRE_ROOT_TO_GIVE_UP();
     with_cookie();
