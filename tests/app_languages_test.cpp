@@ -185,7 +185,14 @@ TEST_F(AppLanguages, the_dialogues) {
         {"languages", [this] { app().perform(Action::SettingsLanguageOpen, 0); }},
         {"which side", [this] { app().open_overlay(Overlay::BookmarkSide, "x"); }},
         {"which side to unpack to", [this] { app().open_overlay(Overlay::UnpackSide, "x"); }},
-        {"bytes", [this] { app().perform(Action::ViewHex, 0); }},
+        {"bytes",
+         [this] {
+             pane().clear_selection();
+             put_cursor_on("first");
+             app().perform(Action::ViewHex, 0);
+             EXPECT_EQ(app().m_overlay, Overlay::HexView);
+             pane().select_all();
+         }},
         {"settings", [this] { app().perform(Action::SettingsWindow, 0); }},
         {"about", [this] { app().perform(Action::About, 0); }},
         {"licences", [this] { app().perform(Action::Licenses, 0); }},
