@@ -393,7 +393,8 @@ TEST(copy_engine_races, a_worker_that_hangs_again_while_clearing_up_is_woken_aga
     run.limit_seconds = 20;
     run.poll = [last = 0](Engine&) mutable {
         const auto calls = static_cast<int>(shim::calls(SYS_unlinkat)) + 1;
-        if (shim::waiting() > 0 && calls != last) {
+        // Twice: once more would be the next file's.
+        if (shim::waiting() > 0 && calls != last && calls <= 2) {
             last = calls;
             copy_engine::advance_clock_for_tests(100);
         }
