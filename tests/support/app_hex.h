@@ -34,7 +34,8 @@ class HexAlone : public ::testing::Test {
         ASSERT_TRUE(app().open_hex_view(path));
         app().m_overlay = App::Overlay::HexView;
         app().m_hex_rows = rows;
-        app().m_hex_max_line = std::max<int64_t>(0, (app().m_hex_size + 15) / 16 - rows);
+        app().m_hex_max_line =
+            std::max<int64_t>(0, app().m_hex_size / 16 + (app().m_hex_size % 16 ? 1 : 0) - rows);
     }
     void key(guint keyval, guint state = 0) {
         GdkEventKey event = {};
