@@ -480,7 +480,7 @@ bool App::move_hex_cursor(guint key, bool ctrl) {
         put_hex_cursor(ctrl ? 0 : row * kRow);
         return true;
     case GDK_KEY_End:
-        put_hex_cursor(ctrl ? last : row * kRow + kRow - 1);
+        put_hex_cursor(ctrl ? last : row * kRow + (kRow - 1));
         return true;
     case GDK_KEY_Tab:
     case GDK_KEY_ISO_Left_Tab:
