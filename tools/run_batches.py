@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Runs the tests of a build, with many window tests in one process: most of their time is GTK's
-start, most of all under a sanitizer.
+"""Runs the tests of a build, with many window tests in one process: under a sanitizer most of their
+time is GTK's start.
 
     run_batches.py BUILD_DIR JUNIT_XML [CTEST_SELECTION ...]
 
